@@ -1,0 +1,42 @@
+#include "zq/zq_fatal.hpp"
+
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+namespace zq {
+
+namespace {
+fatal_hook g_hook = nullptr;
+
+void write_all(int fd, const char* text) noexcept {
+  size_t left = std::strlen(text);
+  while (left > 0) {
+    ssize_t n = ::write(fd, text, left);
+    if (n <= 0) return;
+    text += n;
+    left -= static_cast<size_t>(n);
+  }
+}
+}  // namespace
+
+fatal_hook set_fatal_hook(fatal_hook hook) noexcept {
+  fatal_hook old = g_hook;
+  g_hook = hook;
+  return old;
+}
+
+void fatal_assertion(const char* function, const char* condition) noexcept {
+  if (fatal_hook hook = g_hook) {
+    g_hook = nullptr;  // a failure inside the hook must not recurse
+    hook();
+  }
+  write_all(2, "fatal assertion failed in ");
+  write_all(2, function);
+  write_all(2, ": ");
+  write_all(2, condition);
+  write_all(2, "\n");
+  std::abort();
+}
+
+}  // namespace zq

@@ -1,0 +1,166 @@
+#include "zq/zq_md5.hpp"
+
+#include <cstring>
+
+namespace zq {
+
+namespace {
+
+inline uint32_t load_le32(const uint8_t* p) noexcept {
+  return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
+         static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
+}
+
+inline uint32_t rotl(uint32_t x, int s) noexcept { return (x << s) | (x >> (32 - s)); }
+
+// One step of each of the four rounds; F, G, H and I as RFC 1321 defines them.
+inline void ff(uint32_t& a, uint32_t b, uint32_t c, uint32_t d, uint32_t x, int s, uint32_t t) noexcept {
+  a = b + rotl(a + (d ^ (b & (c ^ d))) + x + t, s);
+}
+inline void gg(uint32_t& a, uint32_t b, uint32_t c, uint32_t d, uint32_t x, int s, uint32_t t) noexcept {
+  a = b + rotl(a + (c ^ (d & (b ^ c))) + x + t, s);
+}
+inline void hh(uint32_t& a, uint32_t b, uint32_t c, uint32_t d, uint32_t x, int s, uint32_t t) noexcept {
+  a = b + rotl(a + (b ^ c ^ d) + x + t, s);
+}
+inline void ii(uint32_t& a, uint32_t b, uint32_t c, uint32_t d, uint32_t x, int s, uint32_t t) noexcept {
+  a = b + rotl(a + (c ^ (b | ~d)) + x + t, s);
+}
+
+void transform_blocks(uint32_t state[4], const uint8_t* p, size_t blocks) noexcept {
+  uint32_t a = state[0], b = state[1], c = state[2], d = state[3];
+  for (; blocks > 0; --blocks, p += 64) {
+    uint32_t x[16];
+    for (int i = 0; i < 16; ++i) x[i] = load_le32(p + 4 * i);
+    const uint32_t sa = a, sb = b, sc = c, sd = d;
+
+    ff(a, b, c, d, x[0], 7, 0xd76aa478);  ff(d, a, b, c, x[1], 12, 0xe8c7b756);
+    ff(c, d, a, b, x[2], 17, 0x242070db); ff(b, c, d, a, x[3], 22, 0xc1bdceee);
+    ff(a, b, c, d, x[4], 7, 0xf57c0faf);  ff(d, a, b, c, x[5], 12, 0x4787c62a);
+    ff(c, d, a, b, x[6], 17, 0xa8304613); ff(b, c, d, a, x[7], 22, 0xfd469501);
+    ff(a, b, c, d, x[8], 7, 0x698098d8);  ff(d, a, b, c, x[9], 12, 0x8b44f7af);
+    ff(c, d, a, b, x[10], 17, 0xffff5bb1); ff(b, c, d, a, x[11], 22, 0x895cd7be);
+    ff(a, b, c, d, x[12], 7, 0x6b901122); ff(d, a, b, c, x[13], 12, 0xfd987193);
+    ff(c, d, a, b, x[14], 17, 0xa679438e); ff(b, c, d, a, x[15], 22, 0x49b40821);
+
+    gg(a, b, c, d, x[1], 5, 0xf61e2562);  gg(d, a, b, c, x[6], 9, 0xc040b340);
+    gg(c, d, a, b, x[11], 14, 0x265e5a51); gg(b, c, d, a, x[0], 20, 0xe9b6c7aa);
+    gg(a, b, c, d, x[5], 5, 0xd62f105d);  gg(d, a, b, c, x[10], 9, 0x02441453);
+    gg(c, d, a, b, x[15], 14, 0xd8a1e681); gg(b, c, d, a, x[4], 20, 0xe7d3fbc8);
+    gg(a, b, c, d, x[9], 5, 0x21e1cde6);  gg(d, a, b, c, x[14], 9, 0xc33707d6);
+    gg(c, d, a, b, x[3], 14, 0xf4d50d87); gg(b, c, d, a, x[8], 20, 0x455a14ed);
+    gg(a, b, c, d, x[13], 5, 0xa9e3e905); gg(d, a, b, c, x[2], 9, 0xfcefa3f8);
+    gg(c, d, a, b, x[7], 14, 0x676f02d9); gg(b, c, d, a, x[12], 20, 0x8d2a4c8a);
+
+    hh(a, b, c, d, x[5], 4, 0xfffa3942);  hh(d, a, b, c, x[8], 11, 0x8771f681);
+    hh(c, d, a, b, x[11], 16, 0x6d9d6122); hh(b, c, d, a, x[14], 23, 0xfde5380c);
+    hh(a, b, c, d, x[1], 4, 0xa4beea44);  hh(d, a, b, c, x[4], 11, 0x4bdecfa9);
+    hh(c, d, a, b, x[7], 16, 0xf6bb4b60); hh(b, c, d, a, x[10], 23, 0xbebfbc70);
+    hh(a, b, c, d, x[13], 4, 0x289b7ec6); hh(d, a, b, c, x[0], 11, 0xeaa127fa);
+    hh(c, d, a, b, x[3], 16, 0xd4ef3085); hh(b, c, d, a, x[6], 23, 0x04881d05);
+    hh(a, b, c, d, x[9], 4, 0xd9d4d039);  hh(d, a, b, c, x[12], 11, 0xe6db99e5);
+    hh(c, d, a, b, x[15], 16, 0x1fa27cf8); hh(b, c, d, a, x[2], 23, 0xc4ac5665);
+
+    ii(a, b, c, d, x[0], 6, 0xf4292244);  ii(d, a, b, c, x[7], 10, 0x432aff97);
+    ii(c, d, a, b, x[14], 15, 0xab9423a7); ii(b, c, d, a, x[5], 21, 0xfc93a039);
+    ii(a, b, c, d, x[12], 6, 0x655b59c3); ii(d, a, b, c, x[3], 10, 0x8f0ccc92);
+    ii(c, d, a, b, x[10], 15, 0xffeff47d); ii(b, c, d, a, x[1], 21, 0x85845dd1);
+    ii(a, b, c, d, x[8], 6, 0x6fa87e4f);  ii(d, a, b, c, x[15], 10, 0xfe2ce6e0);
+    ii(c, d, a, b, x[6], 15, 0xa3014314); ii(b, c, d, a, x[13], 21, 0x4e0811a1);
+    ii(a, b, c, d, x[4], 6, 0xf7537e82);  ii(d, a, b, c, x[11], 10, 0xbd3af235);
+    ii(c, d, a, b, x[2], 15, 0x2ad7d2bb); ii(b, c, d, a, x[9], 21, 0xeb86d391);
+
+    a += sa;
+    b += sb;
+    c += sc;
+    d += sd;
+  }
+  state[0] = a;
+  state[1] = b;
+  state[2] = c;
+  state[3] = d;
+}
+
+}  // namespace
+
+bool md5_init(md5_context* ctx) noexcept {
+  if (ctx == nullptr) return false;
+  ctx->state[0] = 0x67452301;
+  ctx->state[1] = 0xefcdab89;
+  ctx->state[2] = 0x98badcfe;
+  ctx->state[3] = 0x10325476;
+  ctx->count[0] = ctx->count[1] = 0;
+  std::memset(ctx->buffer, 0, sizeof ctx->buffer);
+  return true;
+}
+
+bool md5_update(md5_context* ctx, const uint8_t* data, uint32_t length) noexcept {
+  if (ctx == nullptr || data == nullptr || length == 0) return false;
+  uint32_t used = (ctx->count[0] >> 3) & 63;
+  const uint32_t bits_low = length << 3;
+  ctx->count[0] += bits_low;
+  if (ctx->count[0] < bits_low) ++ctx->count[1];
+  ctx->count[1] += length >> 29;
+
+  if (used != 0) {
+    const uint32_t room = 64 - used;
+    if (length < room) {
+      std::memcpy(ctx->buffer + used, data, length);
+      return true;
+    }
+    std::memcpy(ctx->buffer + used, data, room);
+    transform_blocks(ctx->state, ctx->buffer, 1);
+    data += room;
+    length -= room;
+  }
+  const size_t blocks = length / 64;
+  if (blocks > 0) {
+    transform_blocks(ctx->state, data, blocks);
+    data += blocks * 64;
+    length -= static_cast<uint32_t>(blocks * 64);
+  }
+  if (length > 0) std::memcpy(ctx->buffer, data, length);
+  return true;
+}
+
+bool md5_final(uint8_t digest[16], md5_context* ctx) noexcept {
+  if (ctx == nullptr || digest == nullptr) return false;
+  const uint32_t used = (ctx->count[0] >> 3) & 63;
+  uint8_t tail[128];
+  std::memcpy(tail, ctx->buffer, used);
+  tail[used] = 0x80;
+  const uint32_t total = used < 56 ? 64 : 128;
+  std::memset(tail + used + 1, 0, total - used - 1);
+  for (int i = 0; i < 4; ++i) {
+    tail[total - 8 + i] = static_cast<uint8_t>(ctx->count[0] >> (8 * i));
+    tail[total - 4 + i] = static_cast<uint8_t>(ctx->count[1] >> (8 * i));
+  }
+  transform_blocks(ctx->state, tail, total / 64);
+  for (int i = 0; i < 4; ++i)
+    for (int j = 0; j < 4; ++j) digest[4 * i + j] = static_cast<uint8_t>(ctx->state[i] >> (8 * j));
+  md5_init(ctx);
+  return true;
+}
+
+bool md5_of_buffer(const uint8_t* data, uint32_t length, uint8_t result[16]) noexcept {
+  md5_context ctx;
+  md5_init(&ctx);
+  if (!md5_update(&ctx, data, length)) return false;
+  return md5_final(result, &ctx);
+}
+
+void md5_to_text(const uint8_t digest[16], char out[32]) noexcept {
+  static constexpr char digits[] = "0123456789abcdef";
+  for (int i = 0; i < 16; ++i) {
+    out[2 * i] = digits[digest[i] >> 4];
+    out[2 * i + 1] = digits[digest[i] & 15];
+  }
+}
+
+std::string md5_to_text(const uint8_t digest[16]) {
+  std::string text(32, '0');
+  md5_to_text(digest, text.data());
+  return text;
+}
+
+}  // namespace zq

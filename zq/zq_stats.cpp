@@ -1,0 +1,149 @@
+#include "zq/zq_stats.hpp"
+
+#include <cmath>
+
+namespace zq {
+
+namespace {
+
+// Thresholds of the randomness test.
+constexpr double k_mean_low = 120.0;
+constexpr double k_mean_high = 130.0;
+constexpr double k_stddev_min = 65.0;
+constexpr double k_entropy_min = 0.987;
+constexpr double k_spread_max = 40.0;
+
+inline double log2_of(double x) { return std::log(x) / std::log(2.0); }
+
+// Normalised Shannon entropy of a 256-bin histogram over N values, bins taken in order.
+double normalised_entropy(const uint32_t* hist, uint32_t n) {
+  double entropy = 0.0;
+  for (int i = 0; i < 256; ++i) {
+    if (hist[i] == 0) continue;
+    const double p = static_cast<double>(hist[i]) / static_cast<double>(n);
+    entropy -= p * log2_of(p);
+  }
+  return entropy / log2_of(256.0);
+}
+
+bool passes_test(double mean, double stddev, double entropy, uint32_t min_hist, uint32_t max_hist) {
+  if (mean < k_mean_low || mean > k_mean_high) return false;
+  if (stddev < k_stddev_min) return false;
+  if (entropy < k_entropy_min) return false;
+  const int32_t diff = static_cast<int32_t>(max_hist - min_hist);
+  const double spread = static_cast<double>(diff) / static_cast<double>(max_hist) * 100.0;
+  return spread <= k_spread_max;
+}
+
+}  // namespace
+
+stats::stats(const uint8_t* data, int length) {
+  reset();
+  if (data != nullptr && length > 0) compute(data, static_cast<uint32_t>(length));
+}
+
+void stats::reset() {
+  m_data_copy.clear();
+  m_copying = false;
+  m_num_values = 0;
+  m_computed = false;
+  m_min_value = 255.0;
+  m_max_value = 0.0;
+  m_mean = m_stddev = m_variance = 0.0;
+  m_sum_squares = m_sum_squares_nonzero = 0.0;
+  m_count_nonzero = 0;
+  m_min_nonzero_value = 255.0;
+  m_max_value_nz = 0.0;
+  m_mean_nonzero = m_stddev_nonzero = m_variance_nonzero = 0.0;
+  m_entropy = 0.0;
+  m_histogram.assign(256, 0);
+  m_min_histnz = m_min_hist = 65535;
+  m_max_histnz = m_max_hist = 0;
+}
+
+void stats::feed(uint8_t b) {
+  const double v = b;
+  if (v > m_max_value) m_max_value = m_max_value_nz = v;
+  if (v < m_min_value) m_min_value = v;
+  if (b != 0 && v < m_min_nonzero_value) m_min_nonzero_value = v;
+  if (b < m_histogram.size()) {
+    ++m_histogram[b];
+    m_mean += v;
+    m_sum_squares += v * v;
+    if (b != 0) {
+      ++m_count_nonzero;
+      m_mean_nonzero += v;
+      m_sum_squares_nonzero += v * v;
+    }
+  }
+  if (m_copying) m_data_copy.push_back(b);
+}
+
+void stats::compute(const uint8_t* data, uint32_t length) {
+  m_num_values = length;
+  m_copying = true;
+  for (uint32_t i = 0; i < length; ++i) feed(data[i]);
+  const double n = length;
+  m_mean = m_mean / n;
+  m_variance = m_sum_squares / n - m_mean * m_mean;
+  m_stddev = std::sqrt(m_variance);
+  // An all-zero buffer divides by zero here; nothing reads the non-zero figures then.
+  const double nz = m_count_nonzero;
+  m_mean_nonzero = m_mean_nonzero / nz;
+  m_variance_nonzero = m_sum_squares_nonzero / nz - m_mean_nonzero * m_mean_nonzero;
+  m_stddev_nonzero = std::sqrt(m_variance_nonzero);
+  for (size_t i = 0; i < m_histogram.size(); ++i) {
+    const uint32_t c = m_histogram[i];
+    if (c > m_max_hist) m_max_hist = c;
+    if (c < m_min_hist) m_min_hist = c;
+    if (i > 0) {
+      if (c > m_max_histnz) m_max_histnz = c;
+      if (c < m_min_histnz) m_min_histnz = c;
+    }
+  }
+  m_entropy = normalised_entropy(m_histogram.data(), length);
+  m_computed = true;
+}
+
+bool stats::entropy_high() const noexcept {
+  if (!m_computed) return false;
+  return passes_test(m_mean, m_stddev, m_entropy, m_min_hist, m_max_hist);
+}
+
+bool payload_entropy_high(const uint8_t* data, uint32_t length) noexcept {
+  // Below 256 bytes some byte value is missing: min hist is 0, the spread 100.
+  if (data == nullptr || length < 256) return false;
+  uint64_t sum = 0;
+  for (uint32_t i = 0; i < length; ++i) sum += data[i];
+  const double n = length;
+  const double mean = static_cast<double>(sum) / n;
+  if (mean < k_mean_low || mean > k_mean_high) return false;
+
+  // Four interleaved histograms keep the counting loop free of store-to-load stalls.
+  uint32_t part[4][256] = {};
+  uint32_t i = 0;
+  for (; i + 4 <= length; i += 4) {
+    ++part[0][data[i]];
+    ++part[1][data[i + 1]];
+    ++part[2][data[i + 2]];
+    ++part[3][data[i + 3]];
+  }
+  for (; i < length; ++i) ++part[0][data[i]];
+  uint32_t hist[256];
+  uint32_t min_hist = 65535, max_hist = 0;
+  uint64_t sum_squares = 0;
+  for (int v = 0; v < 256; ++v) {
+    const uint32_t c = part[0][v] + part[1][v] + part[2][v] + part[3][v];
+    if (c == 0) return false;  // an unused value: spread 100
+    hist[v] = c;
+    if (c > max_hist) max_hist = c;
+    if (c < min_hist) min_hist = c;
+    sum_squares += static_cast<uint64_t>(c) * static_cast<uint64_t>(v) * static_cast<uint64_t>(v);
+  }
+  const double variance = static_cast<double>(sum_squares) / n - mean * mean;
+  const double stddev = std::sqrt(variance);
+  if (stddev < k_stddev_min) return false;
+  return passes_test(mean, stddev, normalised_entropy(hist, length), min_hist, max_hist);
+}
+
+}  // namespace zq
