@@ -1,0 +1,52 @@
+// Runs the built varn binary as a user would and collects what it wrote.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace varn_test {
+
+struct run_result {
+  int status = -1;       // exit status (0..255), or 128 + signal number when killed
+  std::string out;       // standard output
+  std::string err;       // standard error
+  // Standard output after the three-line run header (from "Processing file:" on).
+  std::string report() const;
+};
+
+enum class stdin_mode { empty, text, closed };
+
+struct run_options {
+  stdin_mode input = stdin_mode::empty;
+  std::string stdin_text;
+  std::string cwd;  // empty: the current directory
+};
+
+// Path of the varn binary under test.
+std::string varn_binary();
+
+// Runs varn with ARGS (not including the program name; argv[0] is "varn").
+run_result run_varn(const std::vector<std::string>& args, const run_options& options = {});
+
+// A fresh directory under the system temp folder, removed with its contents on destruction.
+class temp_dir {
+ public:
+  temp_dir();
+  ~temp_dir();
+  temp_dir(const temp_dir&) = delete;
+  temp_dir& operator=(const temp_dir&) = delete;
+  const std::string& path() const { return m_path; }
+  std::string file(const std::string& name) const { return m_path + "/" + name; }
+
+ private:
+  std::string m_path;
+};
+
+std::string read_file(const std::string& path);
+void write_file(const std::string& path, const std::string& content);
+
+// The folder of the third-party captures with their expected reports, or empty when absent.
+std::string shared_captures_dir();
+
+}  // namespace varn_test
