@@ -22,6 +22,10 @@ out_stream::out_stream(int fd, bool owns_fd, size_t capacity)
   g_live = this;
 }
 
+out_stream::out_stream(std::string* target, size_t capacity) : out_stream(-1, false, capacity) {
+  m_target = target;
+}
+
 out_stream::~out_stream() {
   close();
   if (m_prev_live != nullptr)
@@ -32,6 +36,10 @@ out_stream::~out_stream() {
 }
 
 void out_stream::write_fd(const char* data, size_t length) {
+  if (m_target != nullptr) {
+    m_target->append(data, length);
+    return;
+  }
   while (length > 0) {
     if (m_fd < 0) {
       m_dropped += length;
@@ -69,6 +77,7 @@ void out_stream::close() {
   if (m_owns_fd && m_fd >= 0) ::close(m_fd);
   m_owns_fd = false;
   m_fd = -1;
+  m_target = nullptr;
 }
 
 void out_stream::flush_all() noexcept {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 
 namespace uni {
@@ -15,6 +16,8 @@ class out_stream {
   // A sink writing to FD (not owned unless OWNS_FD). Nothing is written before flush() or a full
   // buffer.
   explicit out_stream(int fd, bool owns_fd = false, size_t capacity = default_capacity);
+  // A sink appending to *TARGET on every flush (for callers that want the text in memory).
+  explicit out_stream(std::string* target, size_t capacity = default_capacity);
   virtual ~out_stream();
   out_stream(const out_stream&) = delete;
   out_stream& operator=(const out_stream&) = delete;
@@ -58,6 +61,7 @@ class out_stream {
   void write_fd(const char* data, size_t length);
 
   int m_fd;
+  std::string* m_target = nullptr;
   bool m_owns_fd;
   size_t m_capacity;
   std::unique_ptr<char[]> m_buffer;
