@@ -62,9 +62,10 @@ bool byte_pattern::build(std::string_view text, bool hexadecimal) {
   m_valid = m_min_length != 0;
   if (m_valid && !m_has_open_gap) {
     size_t offset = 0;
-    for (const pattern_element& e : m_elements) {
+    for (size_t i = 0; i < m_elements.size(); ++i) {
+      const pattern_element& e = m_elements[i];
       if (e.has_literal) {
-        m_anchored.push_back({offset, e.literal.data(), e.literal.size()});
+        m_anchored.push_back({offset, i, e.literal.size()});
         offset += e.literal.size();
         m_span = offset;
       }
@@ -118,7 +119,7 @@ bool byte_pattern::find(const uint8_t* data, size_t n, size_t* at) const noexcep
   const anchored_literal& first = m_anchored.front();
   if (n < m_span) return false;
   const size_t last_start = n - m_span;  // starts beyond this leave a literal hanging off the end
-  const uint8_t lead = first.bytes[0];
+  const uint8_t lead = m_elements[first.element].literal[0];
   size_t s = 0;
   while (s <= last_start) {
     const void* hit = std::memchr(data + s + first.offset, lead, last_start - s + 1);
@@ -126,7 +127,7 @@ bool byte_pattern::find(const uint8_t* data, size_t n, size_t* at) const noexcep
     s = static_cast<size_t>(static_cast<const uint8_t*>(hit) - data) - first.offset;
     bool ok = true;
     for (const anchored_literal& lit : m_anchored) {
-      if (std::memcmp(data + s + lit.offset, lit.bytes, lit.length) != 0) {
+      if (std::memcmp(data + s + lit.offset, m_elements[lit.element].literal.data(), lit.length) != 0) {
         ok = false;
         break;
       }

@@ -52,10 +52,11 @@ class byte_pattern {
   uint32_t m_scope = 0;
   bool m_valid = false;
   bool m_has_open_gap = false;
-  // Literal elements at fixed distances from the match start, for find().
+  // Literal elements at fixed distances from the match start, for find(). They name their
+  // element by index, so that a copied pattern searches with its own bytes.
   struct anchored_literal {
     size_t offset;
-    const uint8_t* bytes;
+    size_t element;
     size_t length;
   };
   std::vector<anchored_literal> m_anchored;

@@ -23,7 +23,8 @@ bool locate_icmp(const uint8_t* frame, uint32_t incl_len, icmp_regions& regions)
     return false;
   }
   regions.header_length = regions.icmp_offset + icmp_header_size;
-  const int32_t rest = static_cast<int32_t>(incl_len) - static_cast<int32_t>(regions.header_length);
+  // The difference as a signed 32-bit value (wrapping, without overflow in the subtraction).
+  const int32_t rest = static_cast<int32_t>(incl_len - regions.header_length);
   regions.payload_length = rest > 0 ? static_cast<uint32_t>(rest) : 0;
   regions.header_dump_length = std::min(regions.header_length, incl_len);
   return true;

@@ -28,13 +28,14 @@ bool icmpv4_has_identifier(uint8_t type) {
 }
 
 inline char* put_text(char* p, std::string_view s) {
+  if (s.empty()) return p;
   std::memcpy(p, s.data(), s.size());
   return p + s.size();
 }
 
 inline char* put_left(char* p, const char* begin, const char* end, size_t width) {
   const size_t n = static_cast<size_t>(end - begin);
-  std::memmove(p, begin, n);
+  if (n > 0) std::memmove(p, begin, n);
   p += n;
   if (n < width) {
     std::memset(p, ' ', width - n);
@@ -82,7 +83,7 @@ bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const u
   // Field texts, empty until set.
   char src[48], dst[48], ttl[8], comments[96];
   char *src_end = src, *dst_end = dst, *ttl_end = ttl, *comments_end = comments;
-  std::string_view proto;
+  std::string_view proto = "";
   uint32_t icmp_at = 0;
   bool has_icmp = false, ipv6 = false;
   if (is_ipv4_frame(frame)) {
