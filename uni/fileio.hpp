@@ -16,6 +16,8 @@ class fileio {
   fileio& operator=(const fileio&) = delete;
 
   bool is_open() const noexcept { return m_open; }
+  // Whether the file was opened for writing.
+  bool for_writing() const noexcept { return m_write; }
   // Size in bytes found after opening (0 when not open or not seekable).
   int64_t size() const noexcept { return m_size; }
   void close() noexcept;
