@@ -1,0 +1,46 @@
+# Installation of the manual page and the bash completion beside the program, and the Debian
+# package made from the same install rules (cpack -G DEB in the build folder).
+
+include(GNUInstallDirs)
+
+install(FILES ${PROJECT_SOURCE_DIR}/varn.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${PROJECT_SOURCE_DIR}/completions/varn
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+
+set(CPACK_GENERATOR "DEB")
+set(CPACK_PACKAGE_NAME "varn")
+set(CPACK_PACKAGE_VERSION "${PROJECT_VERSION}")
+set(CPACK_PACKAGE_VENDOR "varn developers")
+set(CPACK_PACKAGE_CONTACT "varn developers <varn@example.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "report the ICMP and ICMPv6 frames of pcap captures")
+set(CPACK_PACKAGING_INSTALL_PREFIX "/usr")
+set(CPACK_STRIP_FILES ON)
+
+set(CPACK_DEBIAN_PACKAGE_NAME "varn")
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_VERSION "${PROJECT_VERSION}")
+set(CPACK_DEBIAN_PACKAGE_RELEASE "1")
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "varn developers <varn@example.invalid>")
+set(CPACK_DEBIAN_PACKAGE_SECTION "net")
+set(CPACK_DEBIAN_PACKAGE_PRIORITY "optional")
+# The summary makes the first line of the package description, this text the lines below it.
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
+    "varn reads classic pcap captures (little-endian, microsecond timestamps),
+keeps the ICMP and ICMPv6 frames carried in Ethernet II, narrows them by
+frame number, wire size, capture time, IPv4 or IPv6 addresses (one or both
+directions), a byte pattern with wildcards and ICMP types, codes and
+identifiers, and writes one metadata line per frame: UTC time, addresses,
+TTL, sizes, the MD5 digest of the payload, the ICMP type name and a warning
+when the payload looks random. Headers and payloads can be dumped as a hex
+view, as text, as raw bytes or as the ASCII and UTF-16 strings inside them.")
+
+# Dependencies from the libraries the program links (dpkg-shlibdeps), or stated by hand where
+# that tool is missing.
+find_program(VARN_DPKG_SHLIBDEPS dpkg-shlibdeps)
+if(VARN_DPKG_SHLIBDEPS)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+else()
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libstdc++6 (>= 12), libgcc-s1 (>= 3.0)")
+endif()
+
+include(CPack)
