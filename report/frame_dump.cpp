@@ -60,14 +60,24 @@ void write_hex_dump(const uint8_t* data, uint32_t length, uni::out_stream& out, 
   }
   const zq::binary_data view(data, length, false);
   const uint8_t* bytes = view.bytes();
+  const uint32_t size = view.size();
+  constexpr uint32_t lines_per_batch = 64;
   uint64_t offset = display_base;
-  for (uint32_t index = start_index; index < view.size(); index += 16, offset += 16) {
-    const uint32_t count = view.size() - index < 16 ? view.size() - index : 16;
-    char* line = out.reserve(zq::hex_line_max + 1);
-    char* end = line + zq::format_hex_line(line, bytes + index, count, offset, true);
-    *end++ = '\n';
-    out.commit(end);
-    if (view.size() - index <= 16) break;
+  uint32_t index = start_index;
+  while (index < size) {
+    char* p = out.reserve(lines_per_batch * (zq::hex_line_max + 1));
+    for (uint32_t line = 0; line < lines_per_batch && index < size; ++line) {
+      const uint32_t count = size - index < 16 ? size - index : 16;
+      p += zq::format_hex_line(p, bytes + index, count, offset, true);
+      *p++ = '\n';
+      offset += 16;
+      if (count < 16 || size - index == 16) {
+        index = size;  // last line (no wrap of INDEX near the top of the range)
+        break;
+      }
+      index += 16;
+    }
+    out.commit(p);
   }
 }
 

@@ -122,12 +122,17 @@ bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const u
   size_t digest_len = 0;
   bool entropy_high = false;
   if (payload_length != 0) {
+    // One pass over the payload gives the digest and, where the randomness test can pass at
+    // all (256 bytes or more), the byte-value counts it needs.
     uint8_t digest[16];
-    if (zq::md5_of_buffer(payload, payload_length, digest)) {
+    uint32_t histogram[256];
+    const bool counting = payload_length >= 256;
+    if (counting) std::memset(histogram, 0, sizeof histogram);
+    if (zq::md5_of_buffer_counting(payload, payload_length, digest, counting ? histogram : nullptr)) {
       zq::md5_to_text(digest, digest_text);
       digest_len = 32;
     }
-    entropy_high = zq::payload_entropy_high(payload, payload_length);
+    entropy_high = counting && zq::entropy_high_from_histogram(histogram, payload_length);
   }
 
   char date[10], time_of_day[12];

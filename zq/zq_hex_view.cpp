@@ -31,7 +31,7 @@ uint8_t& binary_data::operator()(uint32_t index) {
 namespace {
 
 struct hex_tables {
-  char pair[256][3];  // "xx "
+  char pair[256][4];  // "xx  ": the two digits, a blank, and a spare blank for 4-byte stores
   char text[256];     // the byte itself when printable, else '.'
   constexpr hex_tables() : pair{}, text{} {
     constexpr char digits[] = "0123456789abcdef";
@@ -39,45 +39,61 @@ struct hex_tables {
       pair[i][0] = digits[i >> 4];
       pair[i][1] = digits[i & 15];
       pair[i][2] = ' ';
+      pair[i][3] = ' ';
       text[i] = (i >= 32 && i <= 126) ? static_cast<char>(i) : '.';
     }
   }
 };
 constexpr hex_tables k_tables;
 
+// Four lower-case hex digits of V.
+inline char* put_hex4(char* p, uint64_t v) noexcept {
+  std::memcpy(p, k_tables.pair[(v >> 8) & 0xff], 2);
+  std::memcpy(p + 2, k_tables.pair[v & 0xff], 2);
+  return p + 4;
+}
+
+inline char* put_offset(char* p, uint64_t offset) noexcept {
+  const uint64_t g3 = offset >> 48 & 0xffff, g2 = offset >> 32 & 0xffff;
+  if (g3 != 0) {
+    p = put_hex4(p, g3);
+    *p++ = ' ';
+    p = put_hex4(p, g2);
+    *p++ = ' ';
+  } else if (g2 != 0) {
+    p = put_hex_fixed(p, g2, g2 < 16 ? 1 : g2 < 256 ? 2 : 4);
+    *p++ = ' ';
+  }
+  p = put_hex4(p, offset >> 16);
+  *p++ = ' ';
+  p = put_hex4(p, offset);
+  std::memcpy(p, ":  ", 3);
+  return p + 3;
+}
+
 }  // namespace
 
 size_t format_hex_line(char* dst, const uint8_t* bytes, uint32_t count, uint64_t display_offset,
                        bool show_offsets) noexcept {
-  char* p = dst;
-  if (show_offsets) {
-    const uint64_t g3 = display_offset >> 48 & 0xffff, g2 = display_offset >> 32 & 0xffff;
-    if (g3 != 0) {
-      p = put_hex_fixed(p, g3, 4);
-      *p++ = ' ';
-      p = put_hex_fixed(p, g2, 4);
-      *p++ = ' ';
-    } else if (g2 != 0) {
-      p = put_hex_fixed(p, g2, g2 < 16 ? 1 : g2 < 256 ? 2 : 4);
-      *p++ = ' ';
-    }
-    p = put_hex_fixed(p, display_offset >> 16 & 0xffff, 4);
-    *p++ = ' ';
-    p = put_hex_fixed(p, display_offset & 0xffff, 4);
-    std::memcpy(p, ":  ", 3);
-    p += 3;
-  }
+  char* p = show_offsets ? put_offset(dst, display_offset) : dst;
   if (count > 16) count = 16;
+  if (count == 16) {
+    // "xx " eight times, a blank, "xx " eight times, the separating blank: each byte's 4-byte
+    // store also writes the blank that follows its group.
+    for (int i = 0; i < 8; ++i) std::memcpy(p + 3 * i, k_tables.pair[bytes[i]], 4);
+    for (int i = 8; i < 16; ++i) std::memcpy(p + 1 + 3 * i, k_tables.pair[bytes[i]], 4);
+    p += 50;
+    for (int i = 0; i < 16; ++i) p[i] = k_tables.text[bytes[i]];
+    return static_cast<size_t>(p + 16 - dst);
+  }
   for (uint32_t i = 0; i < count; ++i) {
     if (i == 8) *p++ = ' ';
     std::memcpy(p, k_tables.pair[bytes[i]], 3);
     p += 3;
   }
-  if (count < 16) {
-    const size_t pad = (16 - count) * 3 + (count <= 8 ? 1 : 0);
-    std::memset(p, ' ', pad);
-    p += pad;
-  }
+  const size_t pad = (16 - count) * 3 + (count <= 8 ? 1 : 0);
+  std::memset(p, ' ', pad);
+  p += pad;
   *p++ = ' ';
   for (uint32_t i = 0; i < count; ++i) *p++ = k_tables.text[bytes[i]];
   return static_cast<size_t>(p - dst);

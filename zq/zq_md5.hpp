@@ -24,6 +24,11 @@ bool md5_final(uint8_t digest[16], md5_context* ctx) noexcept;
 // One-shot digest. False (RESULT untouched) when md5_update refuses the input, e.g. for length 0.
 bool md5_of_buffer(const uint8_t* data, uint32_t length, uint8_t result[16]) noexcept;
 
+// md5_of_buffer that also adds the count of every byte value of DATA to HISTOGRAM (256 bins),
+// in the same pass over the data. A null HISTOGRAM counts nothing.
+bool md5_of_buffer_counting(const uint8_t* data, uint32_t length, uint8_t result[16],
+                            uint32_t histogram[256]) noexcept;
+
 // Writes the 32 lower-case hex digits of DIGEST to OUT (no terminator).
 void md5_to_text(const uint8_t digest[16], char out[32]) noexcept;
 // The same as a string.

@@ -72,4 +72,7 @@ class stats {
 // stats(data, length).entropy_high() for every buffer.
 bool payload_entropy_high(const uint8_t* data, uint32_t length) noexcept;
 
+// The same test from the byte-value counts of a LENGTH-byte buffer (HISTOGRAM sums to LENGTH).
+bool entropy_high_from_histogram(const uint32_t histogram[256], uint32_t length) noexcept;
+
 }  // namespace zq
