@@ -136,8 +136,8 @@ bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const u
   }
 
   char date[10], time_of_day[12];
-  const zq::time t = zq::time_from_capture_timestamp(le32_at(record, rec_ts_sec), le32_at(record, rec_ts_usec));
-  const bool dated = zq::format_date_time(t, date, time_of_day);
+  static zq::capture_time_texts time_texts;  // the run is single-threaded
+  const bool dated = time_texts.format(le32_at(record, rec_ts_sec), le32_at(record, rec_ts_usec), date, time_of_day);
 
   char line[512];
   char* p = line;

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "zq/zq_text.hpp"
@@ -248,6 +249,27 @@ bool format_date_time(const time& t, char date[10], char time_of_day[12]) noexce
   time_of_day[9] = static_cast<char>('0' + c.millisecond / 100);
   time_of_day[10] = static_cast<char>('0' + c.millisecond / 10 % 10);
   time_of_day[11] = static_cast<char>('0' + c.millisecond % 10);
+  return true;
+}
+
+bool capture_time_texts::format(uint32_t seconds, uint32_t microseconds, char date[10],
+                                char time_of_day[12]) noexcept {
+  if (seconds == 0 || static_cast<int32_t>(seconds) < 0) return false;
+  // The time value's whole seconds: microseconds of a million or more carry into them.
+  const uint64_t second = static_cast<uint64_t>(seconds) + microseconds / 1000000u;
+  if (second != m_second) {
+    char tod[12];
+    if (!format_date_time(time_from_capture_timestamp(seconds, microseconds), m_date, tod)) return false;
+    std::memcpy(m_hms, tod, 8);
+    m_second = second;
+  }
+  const uint32_t millisecond = microseconds % 1000000u / 1000u;
+  std::memcpy(date, m_date, 10);
+  std::memcpy(time_of_day, m_hms, 8);
+  time_of_day[8] = '.';
+  time_of_day[9] = static_cast<char>('0' + millisecond / 100);
+  time_of_day[10] = static_cast<char>('0' + millisecond / 10 % 10);
+  time_of_day[11] = static_cast<char>('0' + millisecond % 10);
   return true;
 }
 

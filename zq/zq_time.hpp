@@ -73,4 +73,18 @@ void format_date_time(const time& t, std::string& date_text, std::string& time_t
 // when T is invalid.
 bool format_date_time(const time& t, char date[10], char time_of_day[12]) noexcept;
 
+// The date and time texts of record timestamps, remembering the last whole second: frames of
+// one capture mostly share their second, so only the milliseconds change from frame to frame.
+// Same texts as format_date_time(time_from_capture_timestamp(seconds, microseconds), ...).
+class capture_time_texts {
+ public:
+  // False (nothing written) when the timestamp gives no valid time.
+  bool format(uint32_t seconds, uint32_t microseconds, char date[10], char time_of_day[12]) noexcept;
+
+ private:
+  uint64_t m_second = 0;  // whole seconds of the cached texts; 0 = none
+  char m_date[10] = {};
+  char m_hms[8] = {};     // "hh:mm:ss"
+};
+
 }  // namespace zq
