@@ -108,10 +108,23 @@ make_seeds() {
       while read -r f; do head -c "$(max_len_of reader)" "$f" >"$dir/${f##*/}"; done < <(seed_captures)
       ;;
     options)
-      for f in "$ROOT"/tests/golden/*.args; do
-        [ -f "$f" ] || continue
-        { printf 'varn\0'; tr '\n' '\0' <"$f"; } | put_seed "$dir"
-      done
+      # The command lines of the golden cases ("== args" lines; double quotes group words).
+      python3 - "$ROOT/tests/cases" "$dir" <<'PY'
+import glob, hashlib, os, shlex, sys
+cases, out = sys.argv[1], sys.argv[2]
+for path in glob.glob(os.path.join(cases, "*.case")):
+    with open(path, encoding="utf-8", errors="replace") as f:
+        for line in f:
+            if line.startswith("== args"):
+                try:
+                    words = shlex.split(line[len("== args"):])
+                except ValueError:
+                    continue
+                data = "\0".join(["varn"] + words).encode()
+                name = hashlib.md5(data).hexdigest()[:16]
+                with open(os.path.join(out, name), "wb") as seed:
+                    seed.write(data)
+PY
       # One command line per line, the arguments separated by tabs.
       local line
       while IFS= read -r line; do printf '%s' "$line" | tr '\t' '\0' | put_seed "$dir"; done <<'EOF'

@@ -2,12 +2,9 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <poll.h>
-#include <signal.h>
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,117 +17,63 @@ std::string run_result::report() const {
   return cut == std::string::npos ? out : out.substr(cut + 2);
 }
 
-std::string varn_binary() {
-  if (const char* env = std::getenv("VARN_BINARY")) return env;
-  return VARN_BINARY_PATH;
-}
+std::string varn_binary() { return std::getenv("VARN_BINARY") != nullptr ? std::getenv("VARN_BINARY") : VARN_BINARY_PATH; }
 
 run_result run_varn(const std::vector<std::string>& args, const run_options& options) {
-  int out_pipe[2], err_pipe[2], in_pipe[2];
-  if (pipe(out_pipe) != 0 || pipe(err_pipe) != 0 || pipe(in_pipe) != 0) return {};
+  // Standard input, output and error go through files: no pipe can fill up.
+  const temp_dir io;
+  write_file(io.file("in"), options.input == stdin_mode::text ? options.stdin_text : "");
   const std::string binary = varn_binary();
+  std::vector<std::string> argv_text{"varn"};
+  argv_text.insert(argv_text.end(), args.begin(), args.end());
+  std::vector<char*> argv;
+  for (std::string& a : argv_text) argv.push_back(a.data());
+  argv.push_back(nullptr);
   const pid_t pid = fork();
   if (pid == 0) {
-    dup2(out_pipe[1], 1);
-    dup2(err_pipe[1], 2);
-    if (options.input == stdin_mode::closed)
-      close(0);
-    else
-      dup2(in_pipe[0], 0);
-    for (int fd : {out_pipe[0], out_pipe[1], err_pipe[0], err_pipe[1], in_pipe[0], in_pipe[1]}) close(fd);
+    const int in = ::open(io.file("in").c_str(), O_RDONLY), out = ::open(io.file("out").c_str(), O_WRONLY | O_CREAT, 0600),
+              err = ::open(io.file("err").c_str(), O_WRONLY | O_CREAT, 0600);
+    if (in < 0 || out < 0 || err < 0 || dup2(in, 0) < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) _exit(126);
+    if (options.input == stdin_mode::closed) close(0);
     if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0) _exit(126);
-    std::vector<char*> argv;
-    argv.push_back(const_cast<char*>("varn"));
-    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
     execv(binary.c_str(), argv.data());
     _exit(127);
   }
-  close(out_pipe[1]);
-  close(err_pipe[1]);
-  close(in_pipe[0]);
-  signal(SIGPIPE, SIG_IGN);
-
-  run_result r;
-  std::string to_write = options.input == stdin_mode::text ? options.stdin_text : std::string();
-  size_t written = 0;
-  int in_fd = in_pipe[1];
-  if (to_write.empty()) {
-    close(in_fd);
-    in_fd = -1;
-  } else {
-    fcntl(in_fd, F_SETFL, O_NONBLOCK);
-  }
-  bool out_open = true, err_open = true;
-  char buf[65536];
-  while (out_open || err_open) {
-    pollfd fds[3];
-    int n = 0;
-    if (out_open) fds[n++] = {out_pipe[0], POLLIN, 0};
-    if (err_open) fds[n++] = {err_pipe[0], POLLIN, 0};
-    if (in_fd >= 0) fds[n++] = {in_fd, POLLOUT, 0};
-    if (poll(fds, static_cast<nfds_t>(n), -1) < 0) {
-      if (errno == EINTR) continue;
-      break;
-    }
-    for (int i = 0; i < n; ++i) {
-      if (fds[i].revents == 0) continue;
-      if (fds[i].fd == in_fd) {
-        const ssize_t w = write(in_fd, to_write.data() + written, to_write.size() - written);
-        if (w > 0) written += static_cast<size_t>(w);
-        if (w < 0 && errno != EAGAIN) written = to_write.size();
-        if (written == to_write.size()) {
-          close(in_fd);
-          in_fd = -1;
-        }
-        continue;
-      }
-      const ssize_t got = read(fds[i].fd, buf, sizeof buf);
-      if (got <= 0) {
-        if (fds[i].fd == out_pipe[0]) out_open = false;
-        if (fds[i].fd == err_pipe[0]) err_open = false;
-        continue;
-      }
-      (fds[i].fd == out_pipe[0] ? r.out : r.err).append(buf, static_cast<size_t>(got));
-    }
-  }
-  if (in_fd >= 0) close(in_fd);
-  close(out_pipe[0]);
-  close(err_pipe[0]);
   int status = 0;
-  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  return r;
+  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), read_file(io.file("out")), read_file(io.file("err"))};
 }
 
 temp_dir::temp_dir() {
-  std::string tmpl = (std::filesystem::temp_directory_path() / "varn-test-XXXXXX").string();
-  if (mkdtemp(tmpl.data()) != nullptr) m_path = tmpl;
+  std::string name = (std::filesystem::temp_directory_path() / "varn-test-XXXXXX").string();
+  if (mkdtemp(name.data()) != nullptr) m_path = name;
 }
 
 temp_dir::~temp_dir() {
-  std::error_code ec;
-  if (!m_path.empty()) std::filesystem::remove_all(m_path, ec);
+  if (std::error_code ec; !m_path.empty()) std::filesystem::remove_all(m_path, ec);
 }
 
 std::string read_file(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
   std::ostringstream s;
-  s << f.rdbuf();
+  s << std::ifstream(path, std::ios::binary).rdbuf();
   return s.str();
 }
 
 void write_file(const std::string& path, const std::string& content) {
-  std::ofstream f(path, std::ios::binary | std::ios::trunc);
-  f.write(content.data(), static_cast<std::streamsize>(content.size()));
+  std::ofstream(path, std::ios::binary | std::ios::trunc).write(content.data(), static_cast<std::streamsize>(content.size()));
 }
 
 std::string shared_captures_dir() {
-  for (const std::string& dir : {std::string(VARN_SHARED_CAPTURES), std::string("/work/shared/captures")}) {
+  for (const std::string dir : {VARN_SHARED_CAPTURES, "/work/shared/captures"})
     if (!dir.empty() && std::filesystem::exists(dir + "/expected")) return dir;
-  }
   return {};
+}
+
+std::vector<std::string> split_lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
 }
 
 }  // namespace varn_test

@@ -1,18 +1,15 @@
-// Runs the built varn binary as a user would and collects what it wrote.
+// Runs the built varn binary ($VARN_BINARY when set) as a user would and collects what it wrote.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace varn_test {
 
 struct run_result {
-  int status = -1;       // exit status (0..255), or 128 + signal number when killed
-  std::string out;       // standard output
-  std::string err;       // standard error
-  // Standard output after the three-line run header (from "Processing file:" on).
-  std::string report() const;
+  int status = -1;  // exit status (0..255), or 128 + signal number when killed
+  std::string out, err;
+  std::string report() const;  // standard output after the run header and its empty line
 };
 
 enum class stdin_mode { empty, text, closed };
@@ -23,13 +20,11 @@ struct run_options {
   std::string cwd;  // empty: the current directory
 };
 
-// Path of the varn binary under test.
 std::string varn_binary();
-
 // Runs varn with ARGS (not including the program name; argv[0] is "varn").
 run_result run_varn(const std::vector<std::string>& args, const run_options& options = {});
 
-// A fresh directory under the system temp folder, removed with its contents on destruction.
+// A fresh folder under the system temp folder, removed with its contents on destruction.
 class temp_dir {
  public:
   temp_dir();
@@ -45,8 +40,8 @@ class temp_dir {
 
 std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& content);
-
 // The folder of the third-party captures with their expected reports, or empty when absent.
 std::string shared_captures_dir();
+std::vector<std::string> split_lines(const std::string& text);
 
 }  // namespace varn_test
