@@ -21,7 +21,7 @@ capture_walker::~capture_walker() { close(); }
 void capture_walker::close() noexcept {
   if (m_fd >= 0) ::close(m_fd);
   m_fd = -1;
-  m_done = true;
+  finish();
 }
 
 bool capture_walker::open(const std::string& file_name) {
@@ -83,8 +83,11 @@ walk_status capture_walker::read_header() {
   m_frame = 0;
   m_deferred_pos = 0;
   m_deferred_req = 0;
-  m_started = false;
+  // The first pass through the loop does not test the remaining count; when it is positive
+  // the test would pass anyway.
+  m_started = m_remaining > 0;
   m_done = false;
+  m_steady = m_size >= 0 && m_unit >= k_header_reach && m_unit <= record_buffer_size;
   return walk_status::accepted;
 }
 
@@ -110,16 +113,16 @@ const uint8_t* capture_walker::fetch(int64_t from, int64_t to) {
   return m_window.get();
 }
 
-bool capture_walker::next(uint64_t& frame_number, const uint8_t*& record) {
+bool capture_walker::next_general(uint64_t& frame_number, const uint8_t*& record) {
   if (m_done) return false;
   // The loop body runs once before the remaining byte count is first tested.
   if (m_started && m_remaining <= 0) {
-    m_done = true;
+    finish();
     return false;
   }
   m_started = true;
   if (m_size < 0) {  // not seekable: the seek to the first record fails
-    m_done = true;
+    finish();
     return false;
   }
 
@@ -138,16 +141,18 @@ bool capture_walker::next(uint64_t& frame_number, const uint8_t*& record) {
     const int64_t hi = std::max(m_deferred_pos + m_deferred_req, m_pos + static_cast<int64_t>(req));
     const uint8_t* base = fetch(lo, hi);
     if (base == nullptr) {
-      m_done = true;
+      finish();
       return false;
     }
     std::memcpy(m_record.get() + req, base + (m_deferred_pos + req - lo), m_deferred_req - req);
     m_record_dirty = std::max<size_t>(m_record_dirty, m_deferred_req);
     cur = base + (m_pos - lo);
   } else if (req > 0) {
-    cur = fetch(m_pos, m_pos + req);
+    // Only the bytes a handler may look at need to be in memory: the record header and the
+    // frame's first bytes now, the rest of the frame once incl_len is known.
+    cur = fetch(m_pos, m_pos + std::min(req, record_span(0)));
     if (cur == nullptr) {  // a read error ends the walk
-      m_done = true;
+      finish();
       return false;
     }
   }
@@ -167,7 +172,7 @@ bool capture_walker::next(uint64_t& frame_number, const uint8_t*& record) {
   }
   // incl_len above snaplen ends the file silently; so does a frame too large for the buffer.
   if (incl_len > m_snaplen || incl_len > max_frame_in_buffer) {
-    m_done = true;
+    finish();
     return false;
   }
   const int64_t advance = incl_len < m_snaplen ? static_cast<int64_t>(incl_len) + pcap_record_header_size
@@ -175,7 +180,15 @@ bool capture_walker::next(uint64_t& frame_number, const uint8_t*& record) {
   ++m_frame;
   m_remaining -= advance;
 
-  if (req >= record_span(incl_len)) {
+  const uint32_t span = record_span(incl_len);
+  if (span > record_span(0) && req > record_span(0)) {
+    cur = fetch(m_pos, m_pos + std::min(req, span));
+    if (cur == nullptr) {
+      finish();
+      return false;
+    }
+  }
+  if (req >= span) {
     record = cur;  // everything the handler may read came from this read
   } else {
     // The handler may read past this read: hand over the buffer as the reads left it.

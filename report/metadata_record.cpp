@@ -27,21 +27,39 @@ bool icmpv4_has_identifier(uint8_t type) {
   return type == 0 || type == 8 || type == 13 || type == 14 || type == 17 || type == 18;
 }
 
+// The line is built in place in the sink's buffer. Fields are copied with fixed-size stores
+// that may run a few bytes past the field's end; the next field overwrites them, and the
+// reserved room has this much slack behind the longest line.
+constexpr size_t k_line_room = 512;
+constexpr size_t k_slack = 64;
+
 inline char* put_text(char* p, std::string_view s) {
   if (s.empty()) return p;
   std::memcpy(p, s.data(), s.size());
   return p + s.size();
 }
 
-inline char* put_left(char* p, const char* begin, const char* end, size_t width) {
-  const size_t n = static_cast<size_t>(end - begin);
-  if (n > 0) std::memmove(p, begin, n);
-  p += n;
-  if (n < width) {
-    std::memset(p, ' ', width - n);
-    p += width - n;
-  }
-  return p;
+// Pads [field, end) with blanks to WIDTH characters; wider texts are kept whole.
+inline char* pad_to(char* field, char* end, size_t width) {
+  static constexpr char blanks[32] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ',
+                                      ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ',
+                                      ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
+  if (static_cast<size_t>(end - field) >= width) return end;
+  std::memcpy(end, blanks, sizeof blanks);  // widths are at most 25
+  return field + width;
+}
+
+// V in decimal, right-aligned in WIDTH (at most 8) characters.
+inline char* put_right(char* p, uint64_t v, unsigned width) {
+  static constexpr uint64_t limits[9] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
+  if (v >= limits[width]) return zq::put_u64(p, v);
+  std::memcpy(p, "        ", 8);
+  char* q = p + width;
+  do {
+    *--q = static_cast<char>('0' + v % 10);
+    v /= 10;
+  } while (v != 0);
+  return p + width;
 }
 
 }  // namespace
@@ -74,52 +92,30 @@ bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const u
   if (ctx == nullptr || ctx->out == nullptr || !ctx->dump_meta || ctx->output_format == 3) return false;
   uni::out_stream& out = *ctx->out;
   const bool padded = ctx->meta_padded;
-  const std::string_view sep = separator_for(ctx->meta_comma_separated, padded);
+  const std::string_view sep_text = separator_for(ctx->meta_comma_separated, padded);
+  char sep[4] = {' ', ' ', ' ', ' '};
+  std::memcpy(sep, sep_text.data(), sep_text.size());
+  const size_t sep_len = sep_text.size();
   if (ctx->meta_header_pending) {
     ctx->meta_header_pending = false;
     out.write(metadata_column_header(ctx->meta_comma_separated, padded));
   }
 
-  // Field texts, empty until set.
-  char src[48], dst[48], ttl[8], comments[96];
-  char *src_end = src, *dst_end = dst, *ttl_end = ttl, *comments_end = comments;
-  std::string_view proto = "";
+  // Which protocol, and where the ICMP header is (addresses and TTL need only the ethertype).
+  const bool ipv4 = is_ipv4_frame(frame);
+  const bool ipv6 = !ipv4 && is_ipv6_frame(frame);
+  bool has_icmp = false;
   uint32_t icmp_at = 0;
-  bool has_icmp = false, ipv6 = false;
-  if (is_ipv4_frame(frame)) {
-    src_end = zq::put_ipv4_text(src, frame + ipv4_source);
-    dst_end = zq::put_ipv4_text(dst, frame + ipv4_destination);
-    ttl_end = zq::put_u64_right(ttl, frame[ipv4_ttl], 3);
-    if (frame[ipv4_protocol] == ip_protocol_icmp) {
-      proto = "icmp  ";
-      icmp_at = ipv4_icmp_offset(frame);
-      has_icmp = true;
-    }
-  } else if (is_ipv6_frame(frame)) {
-    src_end = zq::put_ipv6_text(src, frame + ipv6_source, 16);
-    dst_end = zq::put_ipv6_text(dst, frame + ipv6_destination, 16);
-    ttl_end = zq::put_u64_right(ttl, frame[ipv6_hop_limit], 3);
-    if (frame[ipv6_next_header] == ip_next_header_icmpv6) {
-      proto = "icmpv6";
-      icmp_at = ipv6_icmp;
-      has_icmp = true;
-      ipv6 = true;
-    }
-  }
-  if (has_icmp) {
-    const uint8_t type = frame[icmp_at + icmp_type];
-    const uint8_t code = frame[icmp_at + icmp_code];
-    const bool has_id = ipv6 ? (type == 128 || type == 129) : icmpv4_has_identifier(type);
-    if (has_id) {
-      comments_end = put_text(comments_end, "id: 0x");
-      comments_end = zq::put_hex_fixed(comments_end, be16_at(frame, icmp_at + icmp_identifier), 4);
-      comments_end = put_text(comments_end, ", ");
-    }
-    comments_end = put_text(comments_end, ipv6 ? icmpv6_type_name(type, code) : icmpv4_type_name(type, code));
+  if (ipv4 && frame[ipv4_protocol] == ip_protocol_icmp) {
+    has_icmp = true;
+    icmp_at = ipv4_icmp_offset(frame);
+  } else if (ipv6 && frame[ipv6_next_header] == ip_next_header_icmpv6) {
+    has_icmp = true;
+    icmp_at = ipv6_icmp;
   }
 
   char digest_text[32];
-  size_t digest_len = 0;
+  bool digested = false;
   bool entropy_high = false;
   if (payload_length != 0) {
     // One pass over the payload gives the digest and, where the randomness test can pass at
@@ -130,47 +126,84 @@ bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const u
     if (counting) std::memset(histogram, 0, sizeof histogram);
     if (zq::md5_of_buffer_counting(payload, payload_length, digest, counting ? histogram : nullptr)) {
       zq::md5_to_text(digest, digest_text);
-      digest_len = 32;
+      digested = true;
     }
     entropy_high = counting && zq::entropy_high_from_histogram(histogram, payload_length);
   }
 
-  char date[10], time_of_day[12];
-  static zq::capture_time_texts time_texts;  // the run is single-threaded
-  const bool dated = time_texts.format(le32_at(record, rec_ts_sec), le32_at(record, rec_ts_usec), date, time_of_day);
-
-  char line[512];
+  char* const line = out.reserve(k_line_room + k_slack);
   char* p = line;
-  p = padded ? zq::put_u64_right(p, frame_number, 7) : zq::put_u64(p, frame_number);
-  p = put_text(p, sep);
-  if (dated) p = put_text(p, std::string_view(date, 10));
-  p = put_text(p, sep);
-  if (dated) p = put_text(p, std::string_view(time_of_day, 12));
-  p = put_text(p, sep);
-  p = put_text(p, proto);
-  p = put_text(p, sep);
-  p = put_left(p, src, src_end, padded ? 25 : 0);
-  p = put_text(p, sep);
-  p = put_left(p, dst, dst_end, padded ? 24 : 0);
-  p = put_text(p, sep);
-  p = put_text(p, std::string_view(ttl, static_cast<size_t>(ttl_end - ttl)));
-  p = put_text(p, sep);
+  auto put_sep = [&] {
+    std::memcpy(p, sep, 4);
+    p += sep_len;
+  };
+
+  p = padded ? put_right(p, frame_number, 7) : zq::put_u64(p, frame_number);
+  put_sep();
+  static zq::capture_time_texts time_texts;  // the run is single-threaded
+  char date[10], time_of_day[12];
+  const bool dated = time_texts.format(le32_at(record, rec_ts_sec), le32_at(record, rec_ts_usec), date, time_of_day);
+  if (dated) {
+    std::memcpy(p, date, 10);
+    p += 10;
+  }
+  put_sep();
+  if (dated) {
+    std::memcpy(p, time_of_day, 12);
+    p += 12;
+  }
+  put_sep();
+  if (has_icmp) {
+    std::memcpy(p, ipv6 ? "icmpv6" : "icmp  ", 6);
+    p += 6;
+  }
+  put_sep();
+
+  char* field = p;
+  if (ipv4) p = zq::put_ipv4_text(p, frame + ipv4_source);
+  if (ipv6) p = zq::put_ipv6_text(p, frame + ipv6_source, 16);
+  if (padded) p = pad_to(field, p, 25);
+  put_sep();
+  field = p;
+  if (ipv4) p = zq::put_ipv4_text(p, frame + ipv4_destination);
+  if (ipv6) p = zq::put_ipv6_text(p, frame + ipv6_destination, 16);
+  if (padded) p = pad_to(field, p, 24);
+  put_sep();
+  if (ipv4 || ipv6) p = put_right(p, frame[ipv4 ? ipv4_ttl : ipv6_hop_limit], 3);
+  put_sep();
   const uint32_t orig_len = le32_at(record, rec_orig_len);
-  p = padded ? zq::put_u64_right(p, orig_len, 5) : zq::put_u64(p, orig_len);
-  p = put_text(p, sep);
-  p = padded ? zq::put_u64_right(p, payload_length, 5) : zq::put_u64(p, payload_length);
-  p = put_text(p, sep);
-  p = put_text(p, std::string_view(digest_text, digest_len));
-  p = put_text(p, sep);
-  p = put_text(p, std::string_view(comments, static_cast<size_t>(comments_end - comments)));
+  p = padded ? put_right(p, orig_len, 5) : zq::put_u64(p, orig_len);
+  put_sep();
+  p = padded ? put_right(p, payload_length, 5) : zq::put_u64(p, payload_length);
+  put_sep();
+  if (digested) {
+    std::memcpy(p, digest_text, 32);
+    p += 32;
+  }
+  put_sep();
+
+  bool has_comments = false;
+  if (has_icmp) {
+    const uint8_t type = frame[icmp_at + icmp_type];
+    const uint8_t code = frame[icmp_at + icmp_code];
+    if (ipv6 ? (type == 128 || type == 129) : icmpv4_has_identifier(type)) {
+      std::memcpy(p, "id: 0x", 6);
+      p = zq::put_hex_fixed(p + 6, be16_at(frame, icmp_at + icmp_identifier), 4);
+      std::memcpy(p, ", ", 2);
+      p += 2;
+    }
+    const char* name = ipv6 ? icmpv6_type_name(type, code) : icmpv4_type_name(type, code);
+    p = put_text(p, name);
+    has_comments = true;
+  }
   if (entropy_high) {
-    if (comments_end != comments) p = put_text(p, ", ");
+    if (has_comments) p = put_text(p, ", ");
     p = put_text(p, "payload has entropy high");
   } else {
     *p++ = ' ';
   }
   *p++ = '\n';
-  out.write(line, static_cast<size_t>(p - line));
+  out.commit(p);
   return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include "zq/zq_text.hpp"
@@ -24,12 +25,44 @@ void format_address_bytes(const uint8_t* bytes, size_t length, std::string& resu
   }
 }
 
-char* put_ipv4_text(char* dst, const uint8_t bytes[4]) noexcept {
-  for (int i = 0; i < 4; ++i) {
-    if (i > 0) *dst++ = '.';
-    dst = put_u64(dst, bytes[i]);
+namespace {
+
+// Decimal text of every byte value: up to three digits, then a '.' in the spare places, and
+// the text's length; one 4-byte copy writes a byte's digits and the dot that may follow.
+struct decimal_byte {
+  char text[4];
+  uint8_t length;
+};
+
+struct decimal_bytes {
+  decimal_byte of[256];
+  constexpr decimal_bytes() : of{} {
+    for (int v = 0; v < 256; ++v) {
+      decimal_byte& d = of[v];
+      int n = 0;
+      if (v >= 100) d.text[n++] = static_cast<char>('0' + v / 100);
+      if (v >= 10) d.text[n++] = static_cast<char>('0' + v / 10 % 10);
+      d.text[n++] = static_cast<char>('0' + v % 10);
+      d.length = static_cast<uint8_t>(n);
+      for (; n < 4; ++n) d.text[n] = '.';
+    }
   }
-  return dst;
+};
+constexpr decimal_bytes k_decimal;
+
+}  // namespace
+
+char* put_ipv4_text(char* dst, const uint8_t bytes[4]) noexcept {
+  // Each copy writes the byte's digits and at least one '.'; the last one's dot is cut off by
+  // the returned end.
+  for (int i = 0; i < 3; ++i) {
+    const decimal_byte& d = k_decimal.of[bytes[i]];
+    std::memcpy(dst, d.text, 4);
+    dst += d.length + 1;
+  }
+  const decimal_byte& d = k_decimal.of[bytes[3]];
+  std::memcpy(dst, d.text, 4);
+  return dst + d.length;
 }
 
 char* put_ipv6_text(char* dst, const uint8_t* groups, size_t length) noexcept {

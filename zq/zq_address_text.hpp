@@ -18,8 +18,9 @@ void format_address_bytes(const uint8_t* bytes, size_t length, std::string& resu
 // a zero length leaves RESULT untouched.
 void format_ipv6_groups(const uint8_t* groups, size_t length, std::string& result);
 
-// Writes the same texts to DST and returns the end: dotted decimal (at most 15 characters) and
-// the IPv6 text of a 16-byte address (at most 39 characters).
+// Writes the same texts to DST and returns the end: dotted decimal (at most 15 characters; DST
+// needs room for 16, the byte after the end may be overwritten) and the IPv6 text of a 16-byte
+// address (at most 39 characters).
 char* put_ipv4_text(char* dst, const uint8_t bytes[4]) noexcept;
 char* put_ipv6_text(char* dst, const uint8_t* groups, size_t length) noexcept;
 
