@@ -202,11 +202,8 @@ bool capture_walker::next_general(uint64_t& frame_number, const uint8_t*& record
   return true;
 }
 
-bool read_capture_file(const std::string& file_name, frame_handler handler, frame_context* ctx,
-                       uni::out_stream& console, capture_walker* walker) {
-  capture_walker own(walker == nullptr ? capture_walker::default_window : 0);
-  capture_walker& w = walker == nullptr ? own : *walker;
-  if (!w.open(file_name)) {
+bool start_capture_file(const std::string& file_name, capture_walker& walker, uni::out_stream& console) {
+  if (!walker.open(file_name)) {
     console.write("prob opening ");
     console.write(file_name);
     console.write(" for read\n");
@@ -215,20 +212,21 @@ bool read_capture_file(const std::string& file_name, frame_handler handler, fram
   console.write("Processing file: ");
   console.write(file_name);
   console.put('\n');
-  switch (w.read_header()) {
+  switch (walker.read_header()) {
     case walk_status::accepted:
-      break;
+      return true;
     case walk_status::rejected:
       console.write("invalid pcap file, aborting\n");
       return false;
     default:
       return false;
   }
-  uint64_t frame_number;
-  const uint8_t* record;
-  while (w.next(frame_number, record)) handler(frame_number, record, ctx);
-  w.close();
-  return true;
+}
+
+bool read_capture_file(const std::string& file_name, frame_handler handler, frame_context* ctx,
+                       uni::out_stream& console, capture_walker* walker) {
+  capture_walker own(walker == nullptr ? capture_walker::default_window : 0);
+  return read_capture_file_with(file_name, handler, ctx, console, walker == nullptr ? own : *walker);
 }
 
 }  // namespace varn

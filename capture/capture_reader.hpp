@@ -72,6 +72,48 @@ class capture_walker {
     }
     return next_general(frame_number, record);
   }
+
+  // Calls ON_RECORD(frame_number, record) for every remaining record: the same records as
+  // repeated next() calls, with the steady-state loop's state kept in locals. ON_RECORD must not
+  // use the walker.
+  template <class OnRecord>
+  void walk(OnRecord&& on_record) {
+    for (;;) {
+      if (m_steady && m_remaining > 0) {
+        int64_t pos = m_pos, remaining = m_remaining, last = -1;
+        uint64_t frame = m_frame;
+        const int64_t last_full_read = m_size - static_cast<int64_t>(m_unit);
+        const uint8_t* const window = m_window.get();
+        const int64_t window_start = m_window_start;
+        const size_t window_length = m_window_length;
+        const uint32_t snaplen = m_snaplen;
+        while (remaining > 0 && pos <= last_full_read) {
+          const size_t offset = static_cast<size_t>(pos - window_start);
+          if (offset + k_header_reach > window_length) break;
+          const uint8_t* p = window + offset;
+          const uint32_t incl_len = static_cast<uint32_t>(p[8]) | static_cast<uint32_t>(p[9]) << 8 |
+                                    static_cast<uint32_t>(p[10]) << 16 | static_cast<uint32_t>(p[11]) << 24;
+          if (incl_len >= snaplen || offset + 16 + incl_len > window_length) break;
+          last = pos;
+          const int64_t advance = static_cast<int64_t>(incl_len) + 16;
+          remaining -= advance;
+          pos += advance;
+          on_record(++frame, p);
+        }
+        if (last >= 0) {
+          m_deferred_pos = last;
+          m_deferred_req = m_unit;
+        }
+        m_pos = pos;
+        m_remaining = remaining;
+        m_frame = frame;
+      }
+      uint64_t frame_number;
+      const uint8_t* record;
+      if (!next_general(frame_number, record)) return;
+      on_record(frame_number, record);
+    }
+  }
   // Closes the file; the buffers are kept for the next file.
   void close() noexcept;
 
@@ -115,5 +157,20 @@ class capture_walker {
 // buffers.
 bool read_capture_file(const std::string& file_name, frame_handler handler, frame_context* ctx,
                        uni::out_stream& console, capture_walker* walker = nullptr);
+
+// Opens FILE_NAME with WALKER and checks its header, writing the reader's messages to CONSOLE:
+// true when records follow.
+bool start_capture_file(const std::string& file_name, capture_walker& walker, uni::out_stream& console);
+
+// read_capture_file with a handler the compiler can see (a lambda), so that it can be inlined
+// into the record loop.
+template <class Handler>
+bool read_capture_file_with(const std::string& file_name, Handler&& handler, frame_context* ctx,
+                            uni::out_stream& console, capture_walker& walker) {
+  if (!start_capture_file(file_name, walker, console)) return false;
+  walker.walk([&](uint64_t frame_number, const uint8_t* record) { handler(frame_number, record, ctx); });
+  walker.close();
+  return true;
+}
 
 }  // namespace varn

@@ -40,11 +40,7 @@ bool in_low_byte_list(const std::vector<int64_t>& list, uint8_t value) {
 
 }  // namespace
 
-namespace {
-
-// A frame already known to be Ethernet IPv4/ICMP or IPv6/ICMPv6: regions, filters, lists,
-// report. Kept out of line so that the test every record takes stays small.
-[[gnu::noinline]] bool handle_icmp_frame(uint64_t frame_number, const uint8_t* record, frame_context* ctx) {
+bool handle_icmp_frame(uint64_t frame_number, const uint8_t* record, frame_context* ctx) {
   const uint8_t* frame = record + pcap_record_header_size;
   const uint32_t incl_len = le32_at(record, rec_incl_len);
   icmp_regions r;
@@ -61,22 +57,6 @@ namespace {
   write_metadata_record(frame_number, record, frame, payload, r.payload_length, ctx);
   write_frame_dumps(*ctx, frame, r.header_dump_length, payload, r.payload_length);
   return true;
-}
-
-}  // namespace
-
-bool handle_frame(uint64_t frame_number, const uint8_t* record, frame_context* ctx) {
-  if (record == nullptr || ctx == nullptr) return false;
-  const uint8_t* frame = record + pcap_record_header_size;
-  const uint16_t ethertype = be16_at(frame, eth_type);
-  if (ethertype == ethertype_ipv4) {
-    if (frame[ipv4_protocol] != ip_protocol_icmp) return false;
-  } else if (ethertype == ethertype_ipv6) {
-    if (frame[ipv6_next_header] != ip_next_header_icmpv6) return false;
-  } else {
-    return false;
-  }
-  return handle_icmp_frame(frame_number, record, ctx);
 }
 
 }  // namespace varn

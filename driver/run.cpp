@@ -22,6 +22,11 @@ namespace {
 
 constexpr int k_refused = -1;
 
+// handle_frame as the reader's handler, in a form the compiler can inline into the record loop.
+constexpr auto k_handler = [](uint64_t frame_number, const uint8_t* record, frame_context* ctx) {
+  return handle_frame(frame_number, record, ctx);
+};
+
 void flush_outputs() { uni::out_stream::flush_all(); }
 
 bool help_requested(const arg_list& args) {
@@ -69,7 +74,7 @@ int run_list(const varn_options& opts, frame_context& ctx, uni::out_stream& cons
     if (name.empty() || !filter_match(name, opts.filters)) continue;
     ctx.meta_header_pending = true;
     if (!opts.run_enabled) continue;
-    if (read_capture_file(name, handle_frame, &ctx, console, &walker) && ctx.out == &console) console.put('\n');
+    if (read_capture_file_with(name, k_handler, &ctx, console, walker) && ctx.out == &console) console.put('\n');
   }
   return 0;
 }
@@ -120,7 +125,10 @@ int run(const std::vector<std::string>& args) {
       return k_refused;
     }
   }
-  if (opts.run_enabled) read_capture_file(opts.input_file, handle_frame, &ctx, console);
+  if (opts.run_enabled) {
+    capture_walker walker;
+    read_capture_file_with(opts.input_file, k_handler, &ctx, console, walker);
+  }
   return 0;
 }
 

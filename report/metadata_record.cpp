@@ -92,10 +92,9 @@ bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const u
   if (ctx == nullptr || ctx->out == nullptr || !ctx->dump_meta || ctx->output_format == 3) return false;
   uni::out_stream& out = *ctx->out;
   const bool padded = ctx->meta_padded;
-  const std::string_view sep_text = separator_for(ctx->meta_comma_separated, padded);
-  char sep[4] = {' ', ' ', ' ', ' '};
-  std::memcpy(sep, sep_text.data(), sep_text.size());
-  const size_t sep_len = sep_text.size();
+  // The separator as four bytes (the last ones spare) and its length.
+  const char* const sep = !ctx->meta_comma_separated ? " |  " : padded ? " ,  " : ",   ";
+  const size_t sep_len = !ctx->meta_comma_separated || padded ? 3 : 2;
   if (ctx->meta_header_pending) {
     ctx->meta_header_pending = false;
     out.write(metadata_column_header(ctx->meta_comma_separated, padded));

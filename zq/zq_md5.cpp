@@ -137,7 +137,7 @@ bool md5_final(uint8_t digest[16], md5_context* ctx) noexcept {
   if (ctx == nullptr || digest == nullptr) return false;
   const uint32_t used = (ctx->count[0] >> 3) & 63;
   uint8_t tail[128];
-  std::memcpy(tail, ctx->buffer, used);
+  std::memcpy(tail, ctx->buffer, 64);
   tail[used] = 0x80;
   const uint32_t total = used < 56 ? 64 : 128;
   std::memset(tail + used + 1, 0, total - used - 1);
@@ -146,8 +146,12 @@ bool md5_final(uint8_t digest[16], md5_context* ctx) noexcept {
     tail[total - 4 + i] = static_cast<uint8_t>(ctx->count[1] >> (8 * i));
   }
   transform_blocks<false>(ctx->state, tail, total / 64, nullptr);
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 4; ++j) digest[4 * i + j] = static_cast<uint8_t>(ctx->state[i] >> (8 * j));
+  for (int i = 0; i < 4; ++i) {
+    const uint32_t w = ctx->state[i];
+    const uint8_t bytes[4] = {static_cast<uint8_t>(w), static_cast<uint8_t>(w >> 8),
+                              static_cast<uint8_t>(w >> 16), static_cast<uint8_t>(w >> 24)};
+    std::memcpy(digest + 4 * i, bytes, 4);
+  }
   md5_init(ctx);
   return true;
 }
@@ -175,11 +179,18 @@ bool md5_of_buffer_counting(const uint8_t* data, uint32_t length, uint8_t result
 }
 
 void md5_to_text(const uint8_t digest[16], char out[32]) noexcept {
-  static constexpr char digits[] = "0123456789abcdef";
-  for (int i = 0; i < 16; ++i) {
-    out[2 * i] = digits[digest[i] >> 4];
-    out[2 * i + 1] = digits[digest[i] & 15];
-  }
+  struct pairs {
+    char of[256][2];
+    constexpr pairs() : of{} {
+      constexpr char digits[] = "0123456789abcdef";
+      for (int i = 0; i < 256; ++i) {
+        of[i][0] = digits[i >> 4];
+        of[i][1] = digits[i & 15];
+      }
+    }
+  };
+  static constexpr pairs k_pairs;
+  for (int i = 0; i < 16; ++i) std::memcpy(out + 2 * i, k_pairs.of[digest[i]], 2);
 }
 
 std::string md5_to_text(const uint8_t digest[16]) {

@@ -63,6 +63,13 @@ char* put_u64_right(char* p, uint64_t v, unsigned width) noexcept {
 
 char* put_hex_fixed(char* p, uint64_t v, unsigned digits) noexcept {
   static constexpr char hex[] = "0123456789abcdef";
+  if (digits == 4) {  // the common width: two table pairs
+    p[0] = hex[v >> 12 & 15];
+    p[1] = hex[v >> 8 & 15];
+    p[2] = hex[v >> 4 & 15];
+    p[3] = hex[v & 15];
+    return p + 4;
+  }
   for (unsigned i = digits; i > 0; --i) {
     p[i - 1] = hex[v & 15];
     v >>= 4;
@@ -71,8 +78,7 @@ char* put_hex_fixed(char* p, uint64_t v, unsigned digits) noexcept {
 }
 
 char* put_hex(char* p, uint64_t v) noexcept {
-  unsigned digits = 1;
-  for (uint64_t t = v >> 4; t != 0; t >>= 4) ++digits;
+  const unsigned digits = v == 0 ? 1 : static_cast<unsigned>((67 - __builtin_clzll(v)) / 4);
   return put_hex_fixed(p, v, digits);
 }
 
