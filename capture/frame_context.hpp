@@ -14,6 +14,8 @@ class out_stream;
 
 namespace varn {
 
+class metadata_batch;
+
 struct frame_context {
   uint32_t min_size = 0;              // smallest accepted orig_len; 0 accepts all
   uint32_t src_ip = 0;                // source address bytes read little-endian; 0 = unset
@@ -38,6 +40,7 @@ struct frame_context {
   uint64_t start_time = 0;            // time values; 0 = unset
   uint64_t stop_time = 0;
   uni::out_stream* out = nullptr;     // the report sink; not owned
+  metadata_batch* deferred_lines = nullptr;  // when set, metadata lines are queued there; not owned
 };
 
 }  // namespace varn

@@ -12,6 +12,7 @@
 #include "options/arg_list.hpp"
 #include "options/usage.hpp"
 #include "options/varn_options.hpp"
+#include "report/metadata_record.hpp"
 #include "uni/fileio.hpp"
 #include "uni/out_stream.hpp"
 #include "zq/zq_fatal.hpp"
@@ -62,6 +63,15 @@ frame_context context_from(const varn_options& opts) {
   return ctx;
 }
 
+// A run that writes only metadata lines completes them in batches (digests many at a time);
+// the batch is flushed at the end of every input file, before anything else is written.
+std::unique_ptr<metadata_batch> batch_for(frame_context& ctx) {
+  if (!ctx.dump_meta || ctx.output_format == 3 || ctx.dump_hdr || ctx.dump_payload) return nullptr;
+  auto batch = std::make_unique<metadata_batch>(ctx);
+  ctx.deferred_lines = batch.get();
+  return batch;
+}
+
 int run_list(const varn_options& opts, frame_context& ctx, uni::out_stream& console) {
   zqportdir::stdin_stream_ex list;
   if (opts.enumerate)
@@ -69,12 +79,15 @@ int run_list(const varn_options& opts, frame_context& ctx, uni::out_stream& cons
   else if (!list.is_open())
     return 0;
   capture_walker walker;
+  const std::unique_ptr<metadata_batch> batch = batch_for(ctx);
   std::string name;
   while (list.next_name(name, true)) {
     if (name.empty() || !filter_match(name, opts.filters)) continue;
     ctx.meta_header_pending = true;
     if (!opts.run_enabled) continue;
-    if (read_capture_file_with(name, k_handler, &ctx, console, walker) && ctx.out == &console) console.put('\n');
+    const bool read = read_capture_file_with(name, k_handler, &ctx, console, walker);
+    if (batch) batch->flush();
+    if (read && ctx.out == &console) console.put('\n');
   }
   return 0;
 }
@@ -127,7 +140,9 @@ int run(const std::vector<std::string>& args) {
   }
   if (opts.run_enabled) {
     capture_walker walker;
+    const std::unique_ptr<metadata_batch> batch = batch_for(ctx);
     read_capture_file_with(opts.input_file, k_handler, &ctx, console, walker);
+    if (batch) batch->flush();
   }
   return 0;
 }

@@ -9,6 +9,7 @@
 #include "uni/out_stream.hpp"
 #include "zq/zq_address_text.hpp"
 #include "zq/zq_md5.hpp"
+#include "zq/zq_md5_lanes.hpp"
 #include "zq/zq_stats.hpp"
 #include "zq/zq_text.hpp"
 #include "zq/zq_time.hpp"
@@ -87,14 +88,50 @@ std::string metadata_column_header(bool comma_separated, bool padded) {
   return h;
 }
 
+namespace {
+
+// The separator as four bytes (the last ones spare) and its length.
+struct separator {
+  const char* text;
+  size_t length;
+};
+
+separator separator_of(const frame_context& ctx) {
+  if (!ctx.meta_comma_separated) return {" |  ", 3};
+  return ctx.meta_padded ? separator{" ,  ", 3} : separator{",   ", 2};
+}
+
+// Writes the line from its head (frame number through the payload size and the separator after
+// it), the digest text (null when there is none), the comments and the randomness warning.
+char* finish_line(char* p, std::string_view head, const char* digest_text, const separator& sep,
+                  std::string_view comments, bool entropy_high) {
+  std::memcpy(p, head.data(), head.size());
+  p += head.size();
+  if (digest_text != nullptr) {
+    std::memcpy(p, digest_text, 32);
+    p += 32;
+  }
+  std::memcpy(p, sep.text, 4);
+  p += sep.length;
+  p = put_text(p, comments);
+  if (entropy_high) {
+    if (!comments.empty()) p = put_text(p, ", ");
+    p = put_text(p, "payload has entropy high");
+  } else {
+    *p++ = ' ';
+  }
+  *p++ = '\n';
+  return p;
+}
+
+}  // namespace
+
 bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const uint8_t* frame,
                            const uint8_t* payload, uint32_t payload_length, frame_context* ctx) {
   if (ctx == nullptr || ctx->out == nullptr || !ctx->dump_meta || ctx->output_format == 3) return false;
   uni::out_stream& out = *ctx->out;
   const bool padded = ctx->meta_padded;
-  // The separator as four bytes (the last ones spare) and its length.
-  const char* const sep = !ctx->meta_comma_separated ? " |  " : padded ? " ,  " : ",   ";
-  const size_t sep_len = !ctx->meta_comma_separated || padded ? 3 : 2;
+  const separator sep = separator_of(*ctx);
   if (ctx->meta_header_pending) {
     ctx->meta_header_pending = false;
     out.write(metadata_column_header(ctx->meta_comma_separated, padded));
@@ -113,30 +150,13 @@ bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const u
     icmp_at = ipv6_icmp;
   }
 
-  char digest_text[32];
-  bool digested = false;
-  bool entropy_high = false;
-  if (payload_length != 0) {
-    // One pass over the payload gives the digest and, where the randomness test can pass at
-    // all (256 bytes or more), the byte-value counts it needs.
-    uint8_t digest[16];
-    uint32_t histogram[256];
-    const bool counting = payload_length >= 256;
-    if (counting) std::memset(histogram, 0, sizeof histogram);
-    if (zq::md5_of_buffer_counting(payload, payload_length, digest, counting ? histogram : nullptr)) {
-      zq::md5_to_text(digest, digest_text);
-      digested = true;
-    }
-    entropy_high = counting && zq::entropy_high_from_histogram(histogram, payload_length);
-  }
-
-  char* const line = out.reserve(k_line_room + k_slack);
-  char* p = line;
+  // The head: frame number through the payload size.
+  char head[k_line_room + k_slack];
+  char* p = head;
   auto put_sep = [&] {
-    std::memcpy(p, sep, 4);
-    p += sep_len;
+    std::memcpy(p, sep.text, 4);
+    p += sep.length;
   };
-
   p = padded ? put_right(p, frame_number, 7) : zq::put_u64(p, frame_number);
   put_sep();
   static zq::capture_time_texts time_texts;  // the run is single-threaded
@@ -157,7 +177,6 @@ bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const u
     p += 6;
   }
   put_sep();
-
   char* field = p;
   if (ipv4) p = zq::put_ipv4_text(p, frame + ipv4_source);
   if (ipv6) p = zq::put_ipv6_text(p, frame + ipv6_source, 16);
@@ -175,35 +194,95 @@ bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const u
   put_sep();
   p = padded ? put_right(p, payload_length, 5) : zq::put_u64(p, payload_length);
   put_sep();
-  if (digested) {
-    std::memcpy(p, digest_text, 32);
-    p += 32;
-  }
-  put_sep();
+  const std::string_view head_text(head, static_cast<size_t>(p - head));
 
-  bool has_comments = false;
+  // The comments: the identifier where the type carries one, and the type's name.
+  char comments[96];
+  char* c = comments;
   if (has_icmp) {
     const uint8_t type = frame[icmp_at + icmp_type];
     const uint8_t code = frame[icmp_at + icmp_code];
     if (ipv6 ? (type == 128 || type == 129) : icmpv4_has_identifier(type)) {
-      std::memcpy(p, "id: 0x", 6);
-      p = zq::put_hex_fixed(p + 6, be16_at(frame, icmp_at + icmp_identifier), 4);
-      std::memcpy(p, ", ", 2);
-      p += 2;
+      std::memcpy(c, "id: 0x", 6);
+      c = zq::put_hex_fixed(c + 6, be16_at(frame, icmp_at + icmp_identifier), 4);
+      std::memcpy(c, ", ", 2);
+      c += 2;
     }
-    const char* name = ipv6 ? icmpv6_type_name(type, code) : icmpv4_type_name(type, code);
-    p = put_text(p, name);
-    has_comments = true;
+    c = put_text(c, ipv6 ? icmpv6_type_name(type, code) : icmpv4_type_name(type, code));
   }
-  if (entropy_high) {
-    if (has_comments) p = put_text(p, ", ");
-    p = put_text(p, "payload has entropy high");
-  } else {
-    *p++ = ' ';
+  const std::string_view comments_text(comments, static_cast<size_t>(c - comments));
+
+  if (ctx->deferred_lines != nullptr) {
+    ctx->deferred_lines->add(head_text, comments_text, payload, payload_length);
+    return true;
   }
-  *p++ = '\n';
-  out.commit(p);
+
+  char digest_text[32];
+  bool digested = false;
+  bool entropy_high = false;
+  if (payload_length != 0) {
+    // One pass over the payload gives the digest and, where the randomness test can pass at
+    // all (256 bytes or more), the byte-value counts it needs.
+    uint8_t digest[16];
+    uint32_t histogram[256];
+    const bool counting = payload_length >= 256;
+    if (counting) std::memset(histogram, 0, sizeof histogram);
+    if (zq::md5_of_buffer_counting(payload, payload_length, digest, counting ? histogram : nullptr)) {
+      zq::md5_to_text(digest, digest_text);
+      digested = true;
+    }
+    entropy_high = counting && zq::entropy_high_from_histogram(histogram, payload_length);
+  }
+  char* line = out.reserve(k_line_room + k_slack);
+  out.commit(finish_line(line, head_text, digested ? digest_text : nullptr, sep, comments_text, entropy_high));
   return true;
+}
+
+metadata_batch::metadata_batch(const frame_context& ctx) : m_out(ctx.out), m_ctx(&ctx) {
+  m_payloads.reserve(k_payload_bytes + record_buffer_size);
+  m_texts.reserve(k_lines * 256);
+  m_lines.reserve(k_lines);
+}
+
+metadata_batch::~metadata_batch() { flush(); }
+
+void metadata_batch::add(std::string_view head, std::string_view comments, const uint8_t* payload,
+                         uint32_t payload_length) {
+  queued q;
+  q.text_at = m_texts.size();
+  q.head_length = head.size();
+  q.comments_length = comments.size();
+  q.payload_at = m_payloads.size();
+  q.payload_length = payload_length;
+  m_texts.append(head);
+  m_texts.append(comments);
+  if (payload_length != 0) m_payloads.insert(m_payloads.end(), payload, payload + payload_length);
+  m_lines.push_back(q);
+  if (m_lines.size() >= k_lines || m_payloads.size() >= k_payload_bytes) flush();
+}
+
+void metadata_batch::flush() {
+  if (m_lines.empty() || m_out == nullptr) return;
+  m_jobs.resize(m_lines.size());
+  for (size_t i = 0; i < m_lines.size(); ++i) {
+    m_jobs[i].data = m_lines[i].payload_length != 0 ? m_payloads.data() + m_lines[i].payload_at : nullptr;
+    m_jobs[i].length = m_lines[i].payload_length;
+  }
+  zq::md5_many(m_jobs.data(), m_jobs.size());
+  const separator sep = separator_of(*m_ctx);
+  for (size_t i = 0; i < m_lines.size(); ++i) {
+    const queued& q = m_lines[i];
+    char digest_text[32];
+    if (m_jobs[i].ok) zq::md5_to_text(m_jobs[i].digest, digest_text);
+    const bool entropy_high = zq::payload_entropy_high(m_jobs[i].data, q.payload_length);
+    char* line = m_out->reserve(k_line_room + k_slack);
+    const std::string_view head(m_texts.data() + q.text_at, q.head_length);
+    const std::string_view comments(m_texts.data() + q.text_at + q.head_length, q.comments_length);
+    m_out->commit(finish_line(line, head, m_jobs[i].ok ? digest_text : nullptr, sep, comments, entropy_high));
+  }
+  m_lines.clear();
+  m_texts.clear();
+  m_payloads.clear();
 }
 
 }  // namespace varn

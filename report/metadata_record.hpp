@@ -3,19 +3,59 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "capture/frame_context.hpp"
+#include "zq/zq_md5_lanes.hpp"
 
 namespace varn {
 
 // Writes, when CTX->dump_meta is set and the format is not binary, the column header (while
 // CTX->meta_header_pending, which it clears) and the frame's line: number, UTC date and time,
 // proto, addresses, TTL, wire size, payload size, payload MD5, comments. RECORD is the record
-// buffer (record header first), FRAME = RECORD + 16. True when a line was written.
+// buffer (record header first), FRAME = RECORD + 16. True when a line was written (or, with
+// CTX->deferred_lines set, queued there).
 bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const uint8_t* frame,
                            const uint8_t* payload, uint32_t payload_length, frame_context* ctx);
 
 // The column header for the given layout flags, its line end and the empty line included.
 std::string metadata_column_header(bool comma_separated, bool padded);
+
+// Lines whose digests are computed many at a time. A run that writes nothing but metadata
+// lines points its context's deferred_lines at one: each line is queued with a copy of its
+// payload and written, completed, when the batch is full or flushed. The caller flushes before
+// anything else is written to the same stream (at the end of every input file).
+class metadata_batch {
+ public:
+  // Lines go to CTX.out, laid out as CTX says.
+  explicit metadata_batch(const frame_context& ctx);
+  ~metadata_batch();  // flushes
+  metadata_batch(const metadata_batch&) = delete;
+  metadata_batch& operator=(const metadata_batch&) = delete;
+
+  // Queues a line: HEAD (frame number through the payload size and the separator after it),
+  // COMMENTS, and the payload whose digest and randomness test complete it.
+  void add(std::string_view head, std::string_view comments, const uint8_t* payload, uint32_t payload_length);
+  // Completes and writes every queued line, in the order queued.
+  void flush();
+
+ private:
+  static constexpr size_t k_lines = 256;
+  static constexpr size_t k_payload_bytes = 512 * 1024;
+  struct queued {
+    size_t text_at;
+    size_t head_length;
+    size_t comments_length;
+    size_t payload_at;
+    uint32_t payload_length;
+  };
+  uni::out_stream* m_out;
+  const frame_context* m_ctx;
+  std::vector<queued> m_lines;
+  std::string m_texts;
+  std::vector<uint8_t> m_payloads;
+  std::vector<zq::md5_job> m_jobs;
+};
 
 }  // namespace varn

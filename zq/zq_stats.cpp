@@ -1,6 +1,10 @@
 #include "zq/zq_stats.hpp"
 
 #include <cmath>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+#include <cstring>
 
 namespace zq {
 
@@ -45,6 +49,24 @@ bool passes_test(double mean, double stddev, double entropy, uint32_t min_hist, 
   const int32_t diff = static_cast<int32_t>(max_hist - min_hist);
   const double spread = static_cast<double>(diff) / static_cast<double>(max_hist) * 100.0;
   return spread <= k_spread_max;
+}
+
+// The sum of N bytes: sixteen at a time with the SSE2 sum of absolute differences where the
+// processor has it.
+uint64_t byte_sum(const uint8_t* data, uint32_t n) noexcept {
+  uint64_t sum = 0;
+  uint32_t i = 0;
+#if defined(__SSE2__)
+  __m128i acc = _mm_setzero_si128();
+  const __m128i zero = _mm_setzero_si128();
+  for (; i + 16 <= n; i += 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
+    acc = _mm_add_epi64(acc, _mm_sad_epu8(v, zero));
+  }
+  sum = static_cast<uint64_t>(_mm_cvtsi128_si64(acc)) + static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(acc, acc)));
+#endif
+  for (; i < n; ++i) sum += data[i];
+  return sum;
 }
 
 }  // namespace
@@ -125,26 +147,46 @@ bool stats::entropy_high() const noexcept {
 bool payload_entropy_high(const uint8_t* data, uint32_t length) noexcept {
   // Below 256 bytes some byte value is missing: min hist is 0, the spread 100.
   if (data == nullptr || length < 256) return false;
-  uint64_t sum = 0;
-  for (uint32_t i = 0; i < length; ++i) sum += data[i];
-  const double mean = static_cast<double>(sum) / static_cast<double>(length);
+  const double mean = static_cast<double>(byte_sum(data, length)) / static_cast<double>(length);
   if (mean < k_mean_low || mean > k_mean_high) return false;
-  uint32_t hist[256] = {};
-  for (uint32_t i = 0; i < length; ++i) ++hist[data[i]];
+
+  // Four interleaved 16-bit tables keep the counting loop free of store-to-load stalls; each
+  // sees at most a quarter of a frame's bytes, well below 65536.
+  uint16_t part[4][256];
+  std::memset(part, 0, sizeof part);
+  uint32_t i = 0;
+  for (; i + 4 <= length; i += 4) {
+    ++part[0][data[i]];
+    ++part[1][data[i + 1]];
+    ++part[2][data[i + 2]];
+    ++part[3][data[i + 3]];
+  }
+  for (; i < length; ++i) ++part[0][data[i]];
+  uint32_t hist[256];
+  uint32_t min_hist = 0xffffffffu;
+  for (int v = 0; v < 256; ++v) {
+    hist[v] = static_cast<uint32_t>(part[0][v]) + part[1][v] + part[2][v] + part[3][v];
+    min_hist = hist[v] < min_hist ? hist[v] : min_hist;
+  }
+  if (min_hist == 0) return false;  // an unused value: spread 100
   return entropy_high_from_histogram(hist, length);
 }
 
 bool entropy_high_from_histogram(const uint32_t histogram[256], uint32_t length) noexcept {
   if (length < 256) return false;
+  // The cheap conditions first: any unused value (spread 100), then the spread itself.
+  uint32_t min_hist = 0xffffffffu, max_hist = 0;
+  for (int v = 0; v < 256; ++v) {
+    min_hist = histogram[v] < min_hist ? histogram[v] : min_hist;
+    max_hist = histogram[v] > max_hist ? histogram[v] : max_hist;
+  }
+  if (min_hist == 0) return false;
+  const int32_t diff = static_cast<int32_t>(max_hist - min_hist);
+  if (static_cast<double>(diff) / static_cast<double>(max_hist) * 100.0 > k_spread_max) return false;
   uint64_t sum = 0, sum_squares = 0;
-  uint32_t min_hist = 65535, max_hist = 0;
   for (uint32_t v = 0; v < 256; ++v) {
-    const uint32_t c = histogram[v];
-    if (c == 0) return false;  // an unused value: spread 100
-    if (c > max_hist) max_hist = c;
-    if (c < min_hist) min_hist = c;
-    sum += static_cast<uint64_t>(c) * v;
-    sum_squares += static_cast<uint64_t>(c) * v * v;
+    sum += static_cast<uint64_t>(histogram[v]) * v;
+    sum_squares += static_cast<uint64_t>(histogram[v]) * v * v;
   }
   // The sums are exact integers, so these are the figures the byte-by-byte walk gives.
   const double n = length;
@@ -153,9 +195,6 @@ bool entropy_high_from_histogram(const uint32_t histogram[256], uint32_t length)
   const double variance = static_cast<double>(sum_squares) / n - mean * mean;
   const double stddev = std::sqrt(variance);
   if (stddev < k_stddev_min) return false;
-  // The spread is cheaper than the entropy and decides most buffers that get this far.
-  const int32_t diff = static_cast<int32_t>(max_hist - min_hist);
-  if (static_cast<double>(diff) / static_cast<double>(max_hist) * 100.0 > k_spread_max) return false;
   return passes_test(mean, stddev, normalised_entropy(histogram, length), min_hist, max_hist);
 }
 

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <vector>
 
 #include "zq/zq_md5.hpp"
+#include "zq/zq_md5_lanes.hpp"
 
 namespace {
 
@@ -54,6 +56,32 @@ TEST(md5_test, refusals_change_nothing) {
   EXPECT_EQ(zq::md5_to_text(digest), "900150983cd24fb0d6963f7d28e17f72");
   const uint8_t bytes[16] = {0x00, 0x0f, 0xa0, 0xff, 0x01, 0x10, 0xab, 0xcd, 0xef, 0x90, 0x09, 0x7e, 0x80, 0x08, 0x5c, 0xc5};
   EXPECT_EQ(zq::md5_to_text(bytes), "000fa0ff0110abcdef90097e80085cc5");
+}
+
+TEST(md5_test, many_at_once_and_counting_agree_with_one_at_a_time) {
+  // Lanes refill as their messages end: every length around the block edges, then long ones.
+  std::vector<std::string> messages;
+  for (size_t n = 0; n < 200; ++n) messages.push_back(std::string(n, static_cast<char>(n * 37)) + std::to_string(n));
+  messages.push_back("");
+  for (size_t n : {1000, 4096, 70000}) messages.push_back(std::string(n, static_cast<char>(n)));
+  std::vector<zq::md5_job> jobs(messages.size());
+  for (size_t i = 0; i < messages.size(); ++i) {
+    jobs[i].data = messages[i].empty() ? nullptr : as_bytes(messages[i]);
+    jobs[i].length = static_cast<uint32_t>(messages[i].size());
+  }
+  zq::md5_many(jobs.data(), jobs.size());
+  for (size_t i = 0; i < messages.size(); ++i)
+    EXPECT_EQ(jobs[i].ok ? zq::md5_to_text(jobs[i].digest) : "refused", md5_hex(messages[i])) << i;
+
+  for (size_t n : {1, 63, 64, 65, 300, 1472}) {
+    const std::string m = messages[n % 200] + std::string(n, 'x');
+    uint32_t counts[256] = {}, expected[256] = {};
+    for (char c : m) ++expected[static_cast<uint8_t>(c)];
+    uint8_t digest[16];
+    ASSERT_TRUE(zq::md5_of_buffer_counting(as_bytes(m), static_cast<uint32_t>(m.size()), digest, counts));
+    EXPECT_EQ(zq::md5_to_text(digest), md5_hex(m));
+    EXPECT_EQ(std::memcmp(counts, expected, sizeof counts), 0) << n;
+  }
 }
 
 }  // namespace

@@ -91,4 +91,21 @@ TEST(time_test, capture_timestamps_and_the_exact_calendar) {
   EXPECT_TRUE(zq::time(94354848000000000ULL).valid());
 }
 
+TEST(time_test, remembered_second_gives_the_same_texts) {
+  // Same second again, microseconds carrying into the next second, invalid ones between, and a
+  // step back in time.
+  const std::pair<uint32_t, uint32_t> stamps[] = {{1700000000, 5}, {1700000000, 999999}, {1700000000, 1000000},
+                                                  {1700000001, 0}, {0, 7}, {1700000001, 2500000}, {0x80000000u, 0},
+                                                  {1700000003, 1}, {951782399, 999999}, {951782400, 0}};
+  zq::capture_time_texts texts;
+  for (const auto& [seconds, microseconds] : stamps) {
+    std::string date, tod;
+    zq::format_date_time(zq::time_from_capture_timestamp(seconds, microseconds), date, tod);
+    char d[10], t[12];
+    const bool ok = texts.format(seconds, microseconds, d, t);
+    EXPECT_EQ(ok ? std::string(d, 10) + " " + std::string(t, 12) : "", date.empty() ? "" : date + " " + tod)
+        << seconds << " " << microseconds;
+  }
+}
+
 }  // namespace
