@@ -4,7 +4,7 @@
 
 // The lane vectors never cross a function boundary that is not inlined: the ABI note about
 // passing them does not apply.
-#if defined(__GNUC__) && !defined(__clang__)
+#if defined(__GNUC__)
 #pragma GCC diagnostic ignored "-Wpsabi"
 #endif
 
