@@ -113,7 +113,7 @@ const uint8_t* capture_walker::fetch(int64_t from, int64_t to) {
   return m_window.get();
 }
 
-bool capture_walker::next_general(uint64_t& frame_number, const uint8_t*& record) {
+bool capture_walker::next(uint64_t& frame_number, const uint8_t*& record) {
   if (m_done) return false;
   // The loop body runs once before the remaining byte count is first tested.
   if (m_started && m_remaining <= 0) {

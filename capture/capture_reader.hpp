@@ -49,33 +49,12 @@ class capture_walker {
   // The next record: false when the walk has ended (end of file, a record whose incl_len
   // exceeds snaplen or 131056, or a read error). A read request above 131072 bytes, which the
   // record buffer cannot take, ends the process through a fatal assertion.
-  bool next(uint64_t& frame_number, const uint8_t*& record) {
-    // The common case, inline: a full read unit is left in the file, the record lies in the
-    // window and incl_len is below snaplen. Everything else takes the general path.
-    if (m_steady && m_remaining > 0 && m_size - m_pos >= static_cast<int64_t>(m_unit)) {
-      const size_t offset = static_cast<size_t>(m_pos - m_window_start);
-      if (offset + k_header_reach <= m_window_length) {
-        const uint8_t* p = m_window.get() + offset;
-        const uint32_t incl_len = static_cast<uint32_t>(p[8]) | static_cast<uint32_t>(p[9]) << 8 |
-                                  static_cast<uint32_t>(p[10]) << 16 | static_cast<uint32_t>(p[11]) << 24;
-        if (incl_len < m_snaplen && offset + 16 + incl_len <= m_window_length) {
-          m_deferred_pos = m_pos;
-          m_deferred_req = m_unit;
-          const int64_t advance = static_cast<int64_t>(incl_len) + 16;
-          m_remaining -= advance;
-          m_pos += advance;
-          frame_number = ++m_frame;
-          record = p;
-          return true;
-        }
-      }
-    }
-    return next_general(frame_number, record);
-  }
+  bool next(uint64_t& frame_number, const uint8_t*& record);
 
   // Calls ON_RECORD(frame_number, record) for every remaining record: the same records as
-  // repeated next() calls, with the steady-state loop's state kept in locals. ON_RECORD must not
-  // use the walker.
+  // repeated next() calls. The common case (a full read unit left in the file, the record in the
+  // window, incl_len below snaplen) runs inline with the loop's state in locals; everything else
+  // takes next(). ON_RECORD must not use the walker.
   template <class OnRecord>
   void walk(OnRecord&& on_record) {
     for (;;) {
@@ -110,7 +89,7 @@ class capture_walker {
       }
       uint64_t frame_number;
       const uint8_t* record;
-      if (!next_general(frame_number, record)) return;
+      if (!next(frame_number, record)) return;
       on_record(frame_number, record);
     }
   }
@@ -123,7 +102,6 @@ class capture_walker {
   // Record header plus the furthest frame byte a handler reads on a short frame.
   static constexpr size_t k_header_reach = 16 + 82;
 
-  bool next_general(uint64_t& frame_number, const uint8_t*& record);
   void finish() noexcept {
     m_done = true;
     m_steady = false;

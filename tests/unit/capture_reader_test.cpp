@@ -53,7 +53,8 @@ walk plain_walk(std::string_view file) {
   return w;
 }
 
-// The first COUNT of five walkers with different read windows, reused from file to file as in a
+// The first COUNT of five walkers with different read windows (odd ones through walk(), the
+// record loop a run uses; even ones through next()), reused from file to file as in a
 // list run, walk PATH, which holds FILE, as the plain reader does.
 testing::AssertionResult walks_agree(const std::string& path, std::string_view file, size_t count = 5) {
   static varn::capture_walker walkers[5] = {varn::capture_walker(0), varn::capture_walker(2 * 131072 + 4096 + 4093),
@@ -65,6 +66,17 @@ testing::AssertionResult walks_agree(const std::string& path, std::string_view f
       return testing::AssertionFailure() << "walker " << k << ": header accepted " << !model.accepted;
     uint64_t frame = 0;
     const uint8_t* record = nullptr;
+    if (k % 2 == 1 && model.accepted && !model.aborts) {  // the record loop a run uses
+      size_t i = 0;
+      bool same = true;
+      w.walk([&](uint64_t n, const uint8_t* r) {
+        same = same && i < model.spans.size() && n == i + 1 && std::memcmp(r, model.spans[i].data(), model.spans[i].size()) == 0;
+        ++i;
+      });
+      if (!same || i != model.spans.size()) return testing::AssertionFailure() << "walker " << k << " (walk): records differ";
+      w.close();
+      continue;
+    }
     for (size_t i = 0; i < model.spans.size(); ++i) {
       if (!w.next(frame, record) || frame != i + 1) return testing::AssertionFailure() << "walker " << k << ": no frame " << i + 1;
       if (std::memcmp(record, model.spans[i].data(), model.spans[i].size()) != 0)
@@ -100,7 +112,7 @@ TEST(capture_reader_test, shared_captures_agree_at_every_cut_or_at_sampled_cuts)
     for (int64_t cut : cuts)
       if (cut >= 0 && cut <= size) {
         ASSERT_EQ(::ftruncate(fd, cut), 0);
-        ASSERT_TRUE(walks_agree(path, std::string_view(content).substr(0, static_cast<size_t>(cut)), size < 20 * 1024 ? 1 : 5))
+        ASSERT_TRUE(walks_agree(path, std::string_view(content).substr(0, static_cast<size_t>(cut)), size < 20 * 1024 ? 2 : 5))
             << entry.path() << " cut to " << cut;
       }
     ::close(fd);
