@@ -202,25 +202,23 @@ bool capture_walker::next(uint64_t& frame_number, const uint8_t*& record) {
   return true;
 }
 
-bool start_capture_file(const std::string& file_name, capture_walker& walker, uni::out_stream& console) {
+walk_status start_capture_file(const std::string& file_name, capture_walker& walker, uni::out_stream* console) {
   if (!walker.open(file_name)) {
-    console.write("prob opening ");
-    console.write(file_name);
-    console.write(" for read\n");
-    return false;
+    if (console != nullptr) {
+      console->write("prob opening ");
+      console->write(file_name);
+      console->write(" for read\n");
+    }
+    return walk_status::open_failed;
   }
-  console.write("Processing file: ");
-  console.write(file_name);
-  console.put('\n');
-  switch (walker.read_header()) {
-    case walk_status::accepted:
-      return true;
-    case walk_status::rejected:
-      console.write("invalid pcap file, aborting\n");
-      return false;
-    default:
-      return false;
+  if (console != nullptr) {
+    console->write("Processing file: ");
+    console->write(file_name);
+    console->put('\n');
   }
+  const walk_status status = walker.read_header();
+  if (status == walk_status::rejected && console != nullptr) console->write("invalid pcap file, aborting\n");
+  return status;
 }
 
 bool read_capture_file(const std::string& file_name, frame_handler handler, frame_context* ctx,

@@ -97,6 +97,8 @@ class capture_walker {
   void close() noexcept;
 
   uint32_t snaplen() const noexcept { return m_snaplen; }
+  // Records handed out so far in this file.
+  uint64_t frames_read() const noexcept { return m_frame; }
 
  private:
   // Record header plus the furthest frame byte a handler reads on a short frame.
@@ -136,16 +138,16 @@ class capture_walker {
 bool read_capture_file(const std::string& file_name, frame_handler handler, frame_context* ctx,
                        uni::out_stream& console, capture_walker* walker = nullptr);
 
-// Opens FILE_NAME with WALKER and checks its header, writing the reader's messages to CONSOLE:
-// true when records follow.
-bool start_capture_file(const std::string& file_name, capture_walker& walker, uni::out_stream& console);
+// Opens FILE_NAME with WALKER and checks its header, writing the reader's messages to CONSOLE
+// (none when CONSOLE is null): walk_status::accepted when records follow.
+walk_status start_capture_file(const std::string& file_name, capture_walker& walker, uni::out_stream* console);
 
 // read_capture_file with a handler the compiler can see (a lambda), so that it can be inlined
 // into the record loop.
 template <class Handler>
 bool read_capture_file_with(const std::string& file_name, Handler&& handler, frame_context* ctx,
                             uni::out_stream& console, capture_walker& walker) {
-  if (!start_capture_file(file_name, walker, console)) return false;
+  if (start_capture_file(file_name, walker, &console) != walk_status::accepted) return false;
   walker.walk([&](uint64_t frame_number, const uint8_t* record) { handler(frame_number, record, ctx); });
   walker.close();
   return true;

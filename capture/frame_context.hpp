@@ -15,6 +15,7 @@ class out_stream;
 namespace varn {
 
 class metadata_batch;
+class report_writer;
 
 struct frame_context {
   uint32_t min_size = 0;              // smallest accepted orig_len; 0 accepts all
@@ -41,6 +42,8 @@ struct frame_context {
   uint64_t stop_time = 0;
   uni::out_stream* out = nullptr;     // the report sink; not owned
   metadata_batch* deferred_lines = nullptr;  // when set, metadata lines are queued there; not owned
+  report_writer* writer = nullptr;   // when set, selected frames go there instead of the text report
+  uint64_t selected_in_file = 0;     // frames selected in the current input file
 };
 
 }  // namespace varn

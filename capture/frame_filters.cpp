@@ -28,11 +28,11 @@ bool ipv6_filter_matches(const std::vector<uint8_t>& value, const uint8_t* addre
 
 namespace {
 
-bool ipv4_addresses_pass(const uint8_t* frame, const frame_context& ctx) {
+bool ipv4_addresses_pass(const icmp_frame& f, const frame_context& ctx) {
   if (!ctx.src_ipv6.empty() || !ctx.dst_ipv6.empty()) return false;
   if (ctx.src_ip == 0 && ctx.dst_ip == 0) return true;
-  const uint32_t src = le32_at(frame, ipv4_source);
-  const uint32_t dst = le32_at(frame, ipv4_destination);
+  const uint32_t src = le32_at(f.source(), 0);
+  const uint32_t dst = le32_at(f.destination(), 0);
   if (!ctx.track_replies) {
     if (ctx.dst_ip != 0 && ctx.dst_ip != dst) return false;
     if (ctx.src_ip != 0 && ctx.src_ip != src) return false;
@@ -43,10 +43,10 @@ bool ipv4_addresses_pass(const uint8_t* frame, const frame_context& ctx) {
   return true;
 }
 
-bool ipv6_addresses_pass(const uint8_t* frame, const frame_context& ctx) {
+bool ipv6_addresses_pass(const icmp_frame& f, const frame_context& ctx) {
   if (ctx.src_ip != 0 || ctx.dst_ip != 0) return false;
-  const uint8_t* src = frame + ipv6_source;
-  const uint8_t* dst = frame + ipv6_destination;
+  const uint8_t* src = f.source();
+  const uint8_t* dst = f.destination();
   if (!ctx.track_replies) {
     if (!ctx.src_ipv6.empty() && !ipv6_filter_matches(ctx.src_ipv6, src)) return false;
     if (!ctx.dst_ipv6.empty() && !ipv6_filter_matches(ctx.dst_ipv6, dst)) return false;
@@ -61,13 +61,13 @@ bool ipv6_addresses_pass(const uint8_t* frame, const frame_context& ctx) {
   return true;
 }
 
-bool ports_pass(const uint8_t* frame, bool ipv4, const frame_context& ctx) {
+// The transport header would start where the ICMP header does.
+bool ports_pass(const icmp_frame& f, const frame_context& ctx) {
   if (ctx.src_port > 65535 && ctx.dst_port > 65535) return true;
-  const uint8_t proto = ipv4 ? frame[ipv4_protocol] : frame[ipv6_next_header];
+  const uint8_t proto = f.ip_protocol();
   if (proto != ip_protocol_tcp && proto != ip_protocol_udp) return false;
-  const uint32_t transport = ipv4 ? ipv4_icmp_offset(frame) : ipv6_icmp;
-  const uint32_t src = be16_at(frame, transport);
-  const uint32_t dst = be16_at(frame, transport + 2);
+  const uint32_t src = be16_at(f.icmp(), 0);
+  const uint32_t dst = be16_at(f.icmp(), 2);
   if (!ctx.track_replies) {
     if (ctx.src_port <= 65535 && ctx.src_port != src) return false;
     if (ctx.dst_port <= 65535 && ctx.dst_port != dst) return false;
@@ -80,24 +80,20 @@ bool ports_pass(const uint8_t* frame, bool ipv4, const frame_context& ctx) {
 
 }  // namespace
 
-bool frame_passes_filters(uint64_t frame_number, const uint8_t* record, const uint8_t* frame,
-                          const uint8_t* payload, uint32_t payload_length, const frame_context* ctx) {
-  if (record == nullptr || ctx == nullptr || frame == nullptr) return false;
-  const bool ipv4 = is_ipv4_frame(frame);
-  if (!ipv4 && !is_ipv6_frame(frame)) return false;
-  if (ctx->min_size > le32_at(record, rec_orig_len)) return false;
-  if (!ctx->frames.empty() && ctx->frames.find(frame_number) == ctx->frames.end()) return false;
+bool frame_passes_filters(const icmp_frame& f, const frame_context* ctx) {
+  if (ctx == nullptr || f.frame == nullptr) return false;
+  if (ctx->min_size > f.wire_len) return false;
+  if (!ctx->frames.empty() && ctx->frames.find(f.number) == ctx->frames.end()) return false;
   if (ctx->start_time != 0 || ctx->stop_time != 0) {
-    const uint64_t t = zq::capture_time_value(le32_at(record, rec_ts_sec), le32_at(record, rec_ts_usec));
+    const uint64_t t = f.time_value();
     if (ctx->start_time != 0 && ctx->start_time > t) return false;
     if (ctx->stop_time != 0 && ctx->stop_time < t) return false;
   }
-  if (ipv4 ? !ipv4_addresses_pass(frame, *ctx) : !ipv6_addresses_pass(frame, *ctx)) return false;
-  if (!ports_pass(frame, ipv4, *ctx)) return false;
+  if (f.ipv6 ? !ipv6_addresses_pass(f, *ctx) : !ipv4_addresses_pass(f, *ctx)) return false;
+  if (!ports_pass(f, *ctx)) return false;
   if (!ctx->pattern.valid()) return true;
-  if (ctx->pattern.scope() == byte_pattern::scope_payload)
-    return ctx->pattern.find(payload, payload_length);
-  return ctx->pattern.find(frame, le32_at(record, rec_incl_len));
+  if (ctx->pattern.scope() == byte_pattern::scope_payload) return ctx->pattern.find(f.payload, f.payload_length);
+  return ctx->pattern.find(f.frame, f.cap_len);
 }
 
 }  // namespace varn

@@ -1,32 +1,30 @@
 #include "capture/frame_handler.hpp"
 
-#include <algorithm>
-
 #include "capture/frame_filters.hpp"
 #include "capture/frame_layout.hpp"
 #include "capture/pcap_format.hpp"
 #include "report/frame_dump.hpp"
 #include "report/metadata_record.hpp"
+#include "report/report_writer.hpp"
 
 namespace varn {
 
-bool locate_icmp(const uint8_t* frame, uint32_t incl_len, icmp_regions& regions) noexcept {
+bool locate_icmp(const uint8_t* frame, uint32_t incl_len, icmp_frame& f) noexcept {
   if (is_ipv4_frame(frame)) {
     if (frame[ipv4_protocol] != ip_protocol_icmp) return false;
-    regions.ipv6 = false;
-    regions.icmp_offset = ipv4_icmp_offset(frame);
+    f.ipv6 = false;
+    f.icmp_offset = ipv4_icmp_offset(frame);
   } else if (is_ipv6_frame(frame)) {
     if (frame[ipv6_next_header] != ip_next_header_icmpv6) return false;
-    regions.ipv6 = true;
-    regions.icmp_offset = ipv6_icmp;
+    f.ipv6 = true;
+    f.icmp_offset = ipv6_icmp;
   } else {
     return false;
   }
-  regions.header_length = regions.icmp_offset + icmp_header_size;
-  // The difference as a signed 32-bit value (wrapping, without overflow in the subtraction).
-  const int32_t rest = static_cast<int32_t>(incl_len - regions.header_length);
-  regions.payload_length = rest > 0 ? static_cast<uint32_t>(rest) : 0;
-  regions.header_dump_length = std::min(regions.header_length, incl_len);
+  f.frame = frame;
+  f.cap_len = incl_len;
+  f.ip_offset = eth_header_size;
+  set_icmp_regions(f);
   return true;
 }
 
@@ -40,23 +38,30 @@ bool in_low_byte_list(const std::vector<int64_t>& list, uint8_t value) {
 
 }  // namespace
 
-bool handle_icmp_frame(uint64_t frame_number, const uint8_t* record, frame_context* ctx) {
-  const uint8_t* frame = record + pcap_record_header_size;
-  const uint32_t incl_len = le32_at(record, rec_incl_len);
-  icmp_regions r;
-  if (!locate_icmp(frame, incl_len, r)) return false;
-  const uint8_t* payload = frame + r.header_length;
-  if (!frame_passes_filters(frame_number, record, frame, payload, r.payload_length, ctx)) return false;
+bool report_icmp_frame(const icmp_frame& f, frame_context* ctx) {
+  if (!frame_passes_filters(f, ctx)) return false;
+  if (!ctx->icmp_types.empty() && !in_low_byte_list(ctx->icmp_types, f.type())) return false;
+  if (!ctx->icmp_codes.empty() && !in_low_byte_list(ctx->icmp_codes, f.code())) return false;
+  if (!ctx->icmp_ids.empty() && ctx->icmp_ids.find(f.identifier()) == ctx->icmp_ids.end()) return false;
 
-  const uint8_t* icmp = frame + r.icmp_offset;
-  if (!ctx->icmp_types.empty() && !in_low_byte_list(ctx->icmp_types, icmp[icmp_type])) return false;
-  if (!ctx->icmp_codes.empty() && !in_low_byte_list(ctx->icmp_codes, icmp[icmp_code])) return false;
-  if (!ctx->icmp_ids.empty() && ctx->icmp_ids.find(be16_at(icmp, icmp_identifier)) == ctx->icmp_ids.end())
-    return false;
-
-  write_metadata_record(frame_number, record, frame, payload, r.payload_length, ctx);
-  write_frame_dumps(*ctx, frame, r.header_dump_length, payload, r.payload_length);
+  ++ctx->selected_in_file;
+  if (ctx->writer != nullptr) {
+    ctx->writer->frame_selected(f, *ctx);
+  } else {
+    write_metadata_record(f, ctx);
+    write_frame_dumps(*ctx, f.frame, f.header_dump_length, f.payload, f.payload_length);
+  }
   return true;
+}
+
+bool handle_icmp_frame(uint64_t frame_number, const uint8_t* record, frame_context* ctx) {
+  icmp_frame f;
+  if (!locate_icmp(record + pcap_record_header_size, le32_at(record, rec_incl_len), f)) return false;
+  f.number = frame_number;
+  f.wire_len = le32_at(record, rec_orig_len);
+  f.ts_sec = le32_at(record, rec_ts_sec);
+  f.ts_frac = le32_at(record, rec_ts_usec);
+  return report_icmp_frame(f, ctx);
 }
 
 }  // namespace varn

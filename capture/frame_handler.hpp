@@ -5,22 +5,19 @@
 #include <cstdint>
 
 #include "capture/frame_context.hpp"
+#include "capture/icmp_frame.hpp"
 
 namespace varn {
 
-// Where the ICMP message of a frame lies.
-struct icmp_regions {
-  bool ipv6 = false;
-  uint32_t icmp_offset = 0;         // frame offset of the ICMP header
-  uint32_t header_length = 0;       // H: through the end of the ICMP header
-  uint32_t payload_length = 0;      // L: captured bytes after H, 0 when none
-  uint32_t header_dump_length = 0;  // Hd: H clipped to the captured length
-};
+// Classifies the Ethernet II frame at FRAME (INCL_LEN captured bytes): true for IPv4 protocol 1
+// or IPv6 next header 58, with the layer offsets and the regions of F filled in (the other
+// fields are left alone). The header fields are read whatever the captured length says.
+bool locate_icmp(const uint8_t* frame, uint32_t incl_len, icmp_frame& f) noexcept;
 
-// Classifies FRAME (INCL_LEN captured bytes): true for Ethernet IPv4 protocol 1 or Ethernet
-// IPv6 next header 58, with the regions filled in. The header fields are read whatever the
-// captured length says.
-bool locate_icmp(const uint8_t* frame, uint32_t incl_len, icmp_regions& regions) noexcept;
+// Runs the filters and the ICMP type, code and identifier lists over F and, when it passes,
+// reports it: to CTX->writer when one is set, else as the metadata line and the dumps. Returns
+// whether the frame was selected.
+bool report_icmp_frame(const icmp_frame& f, frame_context* ctx);
 
 // The rest of handle_frame for a frame whose ethertype and protocol say ICMP or ICMPv6.
 bool handle_icmp_frame(uint64_t frame_number, const uint8_t* record, frame_context* ctx);

@@ -35,9 +35,9 @@ bool varn_options::parse_tool_options(arg_list& args) {
   if (take_value(args, "-frame", value)) read_frame_list(value, frames);
   if (take_value(args, "-find_pattern_h", value) && !pattern.build(value, true)) pattern.reset();
   if (take_value(args, "-find_pattern", value) && !pattern.build(value, false)) pattern.reset();
-  if (take_flag(args, "-dump_meta")) dump_meta = true;
-  if (take_flag(args, "-dump_hdr")) dump_hdr = true;
-  if (take_flag(args, "-dump_payload")) dump_payload = true;
+  if (take_flag(args, "-dump_meta")) dump_meta = dump_meta_given = true;
+  if (take_flag(args, "-dump_hdr")) dump_hdr = dump_hdr_given = true;
+  if (take_flag(args, "-dump_payload")) dump_payload = dump_payload_given = true;
   if (take_flag(args, "-binary")) output_format = format_binary;
   if (take_flag(args, "-ascii")) output_format = format_ascii;
   if (take_flag(args, "-strings")) output_format = format_strings;
@@ -52,7 +52,7 @@ bool varn_options::parse_tool_options(arg_list& args) {
     start_time = 0;
     parse_time_option(value, start_time);
     if (start_time == 0) {
-      uni::write_stderr("Error: invalid filter start time\n");
+      if (report_errors) uni::write_stderr("Error: invalid filter start time\n");
       return false;
     }
     stop_time = ~uint64_t{0};

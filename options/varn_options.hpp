@@ -49,6 +49,14 @@ class varn_options : public cmd_params {
   zq::byte_run src_ipv6;
   uint64_t start_time = 0;
   uint64_t stop_time = 0;
+
+  // Which dump options the command line itself gave, before the defaults above fill in the
+  // rest (the conversation analysis writes frame lines only when asked for them).
+  bool dump_meta_given = false;
+  bool dump_hdr_given = false;
+  bool dump_payload_given = false;
+  // False: parse without writing the start-time error (a look ahead at the command line).
+  bool report_errors = true;
 };
 
 // Reads "-start_time"/"-stop_time" text ("mm/dd/yy hh:mm:ss": date, then after the first blank

@@ -126,8 +126,7 @@ char* finish_line(char* p, std::string_view head, const char* digest_text, const
 
 }  // namespace
 
-bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const uint8_t* frame,
-                           const uint8_t* payload, uint32_t payload_length, frame_context* ctx) {
+bool write_metadata_record(const icmp_frame& f, frame_context* ctx) {
   if (ctx == nullptr || ctx->out == nullptr || !ctx->dump_meta || ctx->output_format == 3) return false;
   uni::out_stream& out = *ctx->out;
   const bool padded = ctx->meta_padded;
@@ -136,19 +135,7 @@ bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const u
     ctx->meta_header_pending = false;
     out.write(metadata_column_header(ctx->meta_comma_separated, padded));
   }
-
-  // Which protocol, and where the ICMP header is (addresses and TTL need only the ethertype).
-  const bool ipv4 = is_ipv4_frame(frame);
-  const bool ipv6 = !ipv4 && is_ipv6_frame(frame);
-  bool has_icmp = false;
-  uint32_t icmp_at = 0;
-  if (ipv4 && frame[ipv4_protocol] == ip_protocol_icmp) {
-    has_icmp = true;
-    icmp_at = ipv4_icmp_offset(frame);
-  } else if (ipv6 && frame[ipv6_next_header] == ip_next_header_icmpv6) {
-    has_icmp = true;
-    icmp_at = ipv6_icmp;
-  }
+  const bool ipv6 = f.ipv6;
 
   // The head: frame number through the payload size.
   char head[k_line_room + k_slack];
@@ -157,11 +144,11 @@ bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const u
     std::memcpy(p, sep.text, 4);
     p += sep.length;
   };
-  p = padded ? put_right(p, frame_number, 7) : zq::put_u64(p, frame_number);
+  p = padded ? put_right(p, f.number, 7) : zq::put_u64(p, f.number);
   put_sep();
   static zq::capture_time_texts time_texts;  // the run is single-threaded
   char date[10], time_of_day[12];
-  const bool dated = time_texts.format(le32_at(record, rec_ts_sec), le32_at(record, rec_ts_usec), date, time_of_day);
+  const bool dated = time_texts.format(f.text_seconds(), f.text_microseconds(), date, time_of_day);
   if (dated) {
     std::memcpy(p, date, 10);
     p += 10;
@@ -172,39 +159,34 @@ bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const u
     p += 12;
   }
   put_sep();
-  if (has_icmp) {
-    std::memcpy(p, ipv6 ? "icmpv6" : "icmp  ", 6);
-    p += 6;
-  }
+  std::memcpy(p, ipv6 ? "icmpv6" : "icmp  ", 6);
+  p += 6;
   put_sep();
   char* field = p;
-  if (ipv4) p = zq::put_ipv4_text(p, frame + ipv4_source);
-  if (ipv6) p = zq::put_ipv6_text(p, frame + ipv6_source, 16);
+  p = ipv6 ? zq::put_ipv6_text(p, f.source(), 16) : zq::put_ipv4_text(p, f.source());
   if (padded) p = pad_to(field, p, 25);
   put_sep();
   field = p;
-  if (ipv4) p = zq::put_ipv4_text(p, frame + ipv4_destination);
-  if (ipv6) p = zq::put_ipv6_text(p, frame + ipv6_destination, 16);
+  p = ipv6 ? zq::put_ipv6_text(p, f.destination(), 16) : zq::put_ipv4_text(p, f.destination());
   if (padded) p = pad_to(field, p, 24);
   put_sep();
-  if (ipv4 || ipv6) p = put_right(p, frame[ipv4 ? ipv4_ttl : ipv6_hop_limit], 3);
+  p = put_right(p, f.ttl(), 3);
   put_sep();
-  const uint32_t orig_len = le32_at(record, rec_orig_len);
-  p = padded ? put_right(p, orig_len, 5) : zq::put_u64(p, orig_len);
+  p = padded ? put_right(p, f.wire_len, 5) : zq::put_u64(p, f.wire_len);
   put_sep();
-  p = padded ? put_right(p, payload_length, 5) : zq::put_u64(p, payload_length);
+  p = padded ? put_right(p, f.payload_length, 5) : zq::put_u64(p, f.payload_length);
   put_sep();
   const std::string_view head_text(head, static_cast<size_t>(p - head));
 
   // The comments: the identifier where the type carries one, and the type's name.
   char comments[96];
   char* c = comments;
-  if (has_icmp) {
-    const uint8_t type = frame[icmp_at + icmp_type];
-    const uint8_t code = frame[icmp_at + icmp_code];
+  {
+    const uint8_t type = f.type();
+    const uint8_t code = f.code();
     if (ipv6 ? (type == 128 || type == 129) : icmpv4_has_identifier(type)) {
       std::memcpy(c, "id: 0x", 6);
-      c = zq::put_hex_fixed(c + 6, be16_at(frame, icmp_at + icmp_identifier), 4);
+      c = zq::put_hex_fixed(c + 6, f.identifier(), 4);
       std::memcpy(c, ", ", 2);
       c += 2;
     }
@@ -213,13 +195,15 @@ bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const u
   const std::string_view comments_text(comments, static_cast<size_t>(c - comments));
 
   if (ctx->deferred_lines != nullptr) {
-    ctx->deferred_lines->add(head_text, comments_text, payload, payload_length);
+    ctx->deferred_lines->add(head_text, comments_text, f.payload, f.payload_length);
     return true;
   }
 
   char digest_text[32];
   bool digested = false;
   bool entropy_high = false;
+  const uint8_t* payload = f.payload;
+  const uint32_t payload_length = f.payload_length;
   if (payload_length != 0) {
     // One pass over the payload gives the digest and, where the randomness test can pass at
     // all (256 bytes or more), the byte-value counts it needs.

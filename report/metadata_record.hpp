@@ -7,17 +7,16 @@
 #include <vector>
 
 #include "capture/frame_context.hpp"
+#include "capture/icmp_frame.hpp"
 #include "zq/zq_md5_lanes.hpp"
 
 namespace varn {
 
 // Writes, when CTX->dump_meta is set and the format is not binary, the column header (while
-// CTX->meta_header_pending, which it clears) and the frame's line: number, UTC date and time,
-// proto, addresses, TTL, wire size, payload size, payload MD5, comments. RECORD is the record
-// buffer (record header first), FRAME = RECORD + 16. True when a line was written (or, with
-// CTX->deferred_lines set, queued there).
-bool write_metadata_record(uint64_t frame_number, const uint8_t* record, const uint8_t* frame,
-                           const uint8_t* payload, uint32_t payload_length, frame_context* ctx);
+// CTX->meta_header_pending, which it clears) and the line of F: number, UTC date and time,
+// proto, addresses, TTL, wire size, payload size, payload MD5, comments. True when a line was
+// written (or, with CTX->deferred_lines set, queued there).
+bool write_metadata_record(const icmp_frame& f, frame_context* ctx);
 
 // The column header for the given layout flags, its line end and the empty line included.
 std::string metadata_column_header(bool comma_separated, bool padded);

@@ -218,19 +218,22 @@ void bm_metadata_line(benchmark::State& state, size_t frame_index) {
   const sample_record& r = records.at(frame_index);
   const uint8_t* record = r.record.data();
   const uint8_t* frame = record + 16;
-  varn::icmp_regions regions;
+  varn::icmp_frame f;
   const uint32_t incl = static_cast<uint32_t>(record[8] | record[9] << 8);
-  if (!varn::locate_icmp(frame, incl, regions)) {
+  if (!varn::locate_icmp(frame, incl, f)) {
     state.SkipWithError("not an ICMP frame");
     return;
   }
+  f.number = 7;
+  f.ts_sec = varn::le32_at(record, 0);
+  f.ts_frac = varn::le32_at(record, 4);
+  f.wire_len = varn::le32_at(record, 12);
   null_sink sink;
   varn::frame_context ctx;
   ctx.dump_meta = true;
   ctx.out = &sink.out;
   for (auto _ : state) {
-    benchmark::DoNotOptimize(varn::write_metadata_record(7, record, frame, frame + regions.header_length,
-                                                         regions.payload_length, &ctx));
+    benchmark::DoNotOptimize(varn::write_metadata_record(f, &ctx));
   }
   sink.out.flush();
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "capture/frame_filters.hpp"
+#include "capture/frame_handler.hpp"
 #include "capture/pcap_format.hpp"
 #include "support/capture_text.hpp"
 
@@ -25,8 +26,16 @@ bool passes(const std::vector<uint8_t>& r, uint32_t src_port, uint32_t dst_port,
     ctx.pattern.build(pattern, true);
     ctx.pattern.set_scope(varn::byte_pattern::scope_payload);
   }
-  const uint32_t h = r[16 + 13] == 0xdd ? 62 : 22 + 4 * (r[16 + 14] & 15), incl = varn::le32_at(r.data(), 8);
-  return varn::frame_passes_filters(1, r.data(), r.data() + 16, r.data() + 16 + h, incl > h ? incl - h : 0, &ctx);
+  varn::icmp_frame f;
+  f.number = 1;
+  // The frame is located as ICMP whatever its protocol byte says: the port filter reads it.
+  std::vector<uint8_t> as_icmp(r);
+  as_icmp[16 + (r[16 + 13] == 0xdd ? 20 : 23)] = r[16 + 13] == 0xdd ? 58 : 1;
+  EXPECT_TRUE(varn::locate_icmp(as_icmp.data() + 16, varn::le32_at(r.data(), 8), f));
+  f.frame = r.data() + 16;
+  f.payload = f.frame + f.header_length;
+  f.wire_len = varn::le32_at(r.data(), 12);
+  return varn::frame_passes_filters(f, &ctx);
 }
 
 TEST(frame_filters_test, ports_take_only_tcp_and_udp_and_payload_scope_only_the_payload) {
