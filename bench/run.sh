@@ -203,6 +203,7 @@ measure md5sum_icmp "$runs" "md5sum $icmp"
 measure varn_icmp "$runs" "$varn -ifile $icmp"
 measure tcpdump_icmp "$slow_runs" "$tcpdump_bin -nn -r $icmp"
 measure varn_icmp_hex "$runs" "$varn -ifile $icmp -dump_hdr -dump_payload"
+measure varn_icmp_json "$runs" "$varn -ifile $icmp -json"
 measure xxd_icmp "$slow_runs" "xxd $icmp"
 measure tcpdump_icmp_hex "$slow_runs" "$tcpdump_bin -nn -XX -r $icmp"
 
@@ -238,6 +239,7 @@ peak_rss mixed_1g "$varn" -ifile "$mixed"
 peak_rss mixed_256m "$varn" -ifile "$mixed256"
 peak_rss icmp_256m "$varn" -ifile "$icmp"
 peak_rss icmp_256m_hex "$varn" -ifile "$icmp" -dump_hdr -dump_payload
+peak_rss icmp_256m_json "$varn" -ifile "$icmp" -json
 peak_rss small_256m "$varn" -ifile "$small"
 peak_rss mixed_1g_pattern "$varn" -ifile "$mixed" -find_pattern "$pattern"
 peak_rss one_frame "$varn" -ifile "$one"
@@ -283,6 +285,7 @@ table() {
   row 4 "small 256 MiB default: varn / cat" varn_small cat_small max 2.5
   row 4 "small 256 MiB default: tcpdump -nn icmp / varn" varn_small tcpdump_small speedup 10
   row 5 "mixed 1 GiB -find_pattern: pattern / default" varn_mixed_pattern varn_mixed max 2
+  row 8 "icmp 256 MiB -json: JSON Lines / default text" varn_icmp_json varn_icmp max 1.5
   row 7 "one frame: varn / cat (start-up)" varn_one cat_one max 2
 
   # Goal 6: peak resident memory at most 8 MiB everywhere, and the same for 256 MiB and 1 GiB:
@@ -312,7 +315,7 @@ table() {
   echo "median wall time and mean CPU time (user + system) [s]:"
   local key
   for key in cat_mixed varn_mixed varn_mixed_pattern tcpdump_mixed md5sum_icmp varn_icmp tcpdump_icmp \
-             varn_icmp_hex xxd_icmp tcpdump_icmp_hex cat_small varn_small tcpdump_small cat_one varn_one \
+             varn_icmp_hex varn_icmp_json xxd_icmp tcpdump_icmp_hex cat_small varn_small tcpdump_small cat_one varn_one \
              varn_mixed_4g; do
     [ -n "${median[$key]:-}" ] && awk -v k="$key" -v m="${median[$key]}" -v c="${cpu[$key]}" \
       'BEGIN {printf "  %-20s %10.4f %10.4f\n", k, m, c}'
@@ -322,7 +325,7 @@ table() {
       'BEGIN {printf "  4 GiB / 1 GiB time: %.2fx (4.00x is linear)\n", t / t1}'
   fi
   echo "peak RSS [KiB]:"
-  for key in mixed_1g mixed_256m mixed_4g icmp_256m icmp_256m_hex small_256m mixed_1g_pattern one_frame; do
+  for key in mixed_1g mixed_256m mixed_4g icmp_256m icmp_256m_hex icmp_256m_json small_256m mixed_1g_pattern one_frame; do
     [ -n "${rss[$key]:-}" ] && printf '  %-20s %s\n' "$key" "${rss[$key]}"
   done
   echo "workloads (seed $seed):"

@@ -19,7 +19,7 @@ const char* status_name(file_outcome::status status) noexcept {
 void write_file_event(text& j, const file_outcome& outcome, bool any_format) {
   j.begin_object().member("event_type", "file").exact_string("pcap_file", outcome.name);
   j.member("status", status_name(outcome.result));
-  if (!outcome.format.empty()) j.member("format", outcome.format);
+  if (outcome.result == file_outcome::status::read && !outcome.format.empty()) j.member("format", outcome.format);
   j.member("records", outcome.records).member("selected", outcome.selected);
   if (any_format) {
     j.key("link_types").begin_array();

@@ -8,8 +8,8 @@
 //                     "invalid pcap file, aborting"); "unreadable" (could not be opened: "prob
 //                     opening ... for read"); "failed" (opened, but its header could not be read,
 //                     e.g. a directory)
-//   format            the capture format, when known ("pcap", and the names of the other
-//                     formats -any_format reads)
+//   format            (status "read") the capture format: "pcap", or the name of another format
+//                     -any_format reads
 //   records           records read and handed to the frame handler (0 when not read)
 //   selected          frames selected: the "icmp" events written for the file
 //   link_types        (-any_format) the link-layer header types seen, in the order seen
