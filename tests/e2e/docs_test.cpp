@@ -19,8 +19,9 @@ using name_set = std::set<std::string>;
 const std::string k_source_dir = VARN_SOURCE_DIR;
 
 // Options the usage text does not list on an option line: the pattern option written in bare
-// hex, the companions of "-pipe", and the help spellings.
-const name_set k_unlisted = {"-find_pattern_h", "-enumdir", "-dateformat", "-h", "-help", "/?", "--help"};
+// hex, the companions of "-pipe", the help spellings, and the extension options (the usage's
+// information lines point to the manual for them).
+const name_set k_unlisted = {"-find_pattern_h", "-enumdir", "-dateformat", "-h", "-help", "/?", "--help", "-json"};
 
 std::string usage_text() {
   const run_result r = run_varn({"-help"});
