@@ -29,6 +29,20 @@ constexpr size_t k_head_room = 640;
 // Strings shorter than this are not listed, as in the text report's strings format.
 constexpr uint32_t k_min_string_length = 5;
 
+}  // namespace
+
+// The member names of a dumped region, already in JSON form.
+struct icmp_event_writer::region_names {
+  std::string_view bytes, printable, ascii_strings, utf16_strings;
+};
+
+namespace {
+
+constexpr icmp_event_writer::region_names k_packet_names = {
+    ",\"packet\":", ",\"packet_printable\":", ",\"packet_ascii_strings\":", ",\"packet_utf16_strings\":"};
+constexpr icmp_event_writer::region_names k_payload_names = {
+    ",\"payload\":", ",\"payload_printable\":", ",\"payload_ascii_strings\":", ",\"payload_utf16_strings\":"};
+
 template <size_t N>
 inline char* put_literal(char* p, const char (&text)[N]) noexcept {
   std::memcpy(p, text, N - 1);
@@ -113,13 +127,12 @@ void icmp_event_writer::write_head(const icmp_frame& f) {
   text_used(p);
 }
 
-void icmp_event_writer::write_strings(std::string_view name, const std::vector<std::string>& strings) {
-  size_t room = name.size() + 16;
+void icmp_event_writer::write_strings(std::string_view member, const std::vector<std::string>& strings) {
+  size_t room = member.size() + 2;
   for (const std::string& s : strings) room += string_room(s.size()) + 1;
   char* p = text_room(room);
-  *p++ = ',';
-  p = put_string(p, name);
-  *p++ = ':';
+  std::memcpy(p, member.data(), member.size());
+  p += member.size();
   *p++ = '[';
   for (size_t i = 0; i < strings.size(); ++i) {
     if (i > 0) *p++ = ',';
@@ -129,32 +142,31 @@ void icmp_event_writer::write_strings(std::string_view name, const std::vector<s
   text_used(p);
 }
 
-void icmp_event_writer::write_region(std::string_view name, const uint8_t* bytes, uint32_t length) {
-  char* p = text_room(name.size() + 8 + base64_size(length));
-  *p++ = ',';
-  p = put_string(p, name);
-  p = put_literal(p, ":\"");
+void icmp_event_writer::write_region(const region_names& names, const uint8_t* bytes, uint32_t length) {
+  char* p = text_room(names.bytes.size() + 2 + base64_size(length));
+  std::memcpy(p, names.bytes.data(), names.bytes.size());
+  p += names.bytes.size();
+  *p++ = '"';
   p = put_base64(p, bytes, length);
   *p++ = '"';
   text_used(p);
-  const std::string base(name);
   switch (m_content.form) {
     case icmp_event_content::rendering::bytes_only:
       break;
     case icmp_event_content::rendering::printable:
-      p = text_room(name.size() + 24 + 2 * static_cast<size_t>(length));
-      *p++ = ',';
-      p = put_string(p, base + "_printable");
-      p = put_literal(p, ":\"");
+      p = text_room(names.printable.size() + 2 + 2 * static_cast<size_t>(length));
+      std::memcpy(p, names.printable.data(), names.printable.size());
+      p += names.printable.size();
+      *p++ = '"';
       p = put_printable_body(p, bytes, length);
       *p++ = '"';
       text_used(p);
       break;
     case icmp_event_content::rendering::strings:
       zq::extract_ascii_strings(bytes, length, k_min_string_length, m_strings, m_offsets, false, false);
-      write_strings(base + "_ascii_strings", m_strings);
+      write_strings(names.ascii_strings, m_strings);
       zq::extract_unicode_strings(bytes, length, k_min_string_length, m_strings, m_offsets, false, false);
-      write_strings(base + "_utf16_strings", m_strings);
+      write_strings(names.utf16_strings, m_strings);
       break;
   }
 }
@@ -165,8 +177,8 @@ void icmp_event_writer::add(const icmp_frame& f, std::string_view extra_members)
   write_head(f);
   q.head_length = m_text_length - q.head_at;
   q.tail_at = m_text_length;
-  if (m_content.packet) write_region("packet", f.frame, f.header_dump_length);
-  if (m_content.payload) write_region("payload", f.payload, f.payload_length);
+  if (m_content.packet) write_region(k_packet_names, f.frame, f.header_dump_length);
+  if (m_content.payload) write_region(k_payload_names, f.payload, f.payload_length);
   char* p = text_room(extra_members.size() + 2);
   if (!extra_members.empty()) {
     std::memcpy(p, extra_members.data(), extra_members.size());

@@ -94,6 +94,12 @@ class icmp_event_writer {
   // Completes and writes every queued event, in the order queued.
   void flush();
 
+  // The members that name the current file (",\"pcap_file\":\"...\"", and pcap_file_base64
+  // when needed), for events of another writer about the same file.
+  const std::string& file_members() const noexcept { return m_file_members; }
+
+  struct region_names;
+
  private:
   struct queued {
     size_t head_at, head_length;  // "{...,\"payload_md5\":" in m_text
@@ -105,8 +111,8 @@ class icmp_event_writer {
   char* text_room(size_t n);
   void text_used(char* end) { m_text_length = static_cast<size_t>(end - m_text.get()); }
   void write_head(const icmp_frame& f);
-  void write_region(std::string_view name, const uint8_t* bytes, uint32_t length);
-  void write_strings(std::string_view name, const std::vector<std::string>& strings);
+  void write_region(const region_names& names, const uint8_t* bytes, uint32_t length);
+  void write_strings(std::string_view member, const std::vector<std::string>& strings);
 
   icmp_event_content m_content;
   uni::out_stream* m_out = nullptr;
