@@ -113,7 +113,7 @@ void icmp_event_writer::write_head(const icmp_frame& f) {
   p = zq::put_u64(p, type);
   p = put_literal(p, ",\"icmp_code\":");
   p = zq::put_u64(p, code);
-  if (icmp_carries_identifier(f.ipv6, type)) {
+  if (icmp_carries_sequence(f.ipv6, type)) {
     p = put_literal(p, ",\"icmp_id\":");
     p = zq::put_u64(p, f.identifier());
     p = put_literal(p, ",\"icmp_seq\":");

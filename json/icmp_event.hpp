@@ -15,7 +15,8 @@
 //   wire_len          bytes on the wire (Tsize); cap_len: bytes captured
 //   payload_len       bytes of ICMP payload captured after the 8-byte ICMP header (Psize)
 //   icmp_type, icmp_code
-//   icmp_id, icmp_seq only for messages that carry them (icmp_carries_identifier)
+//   icmp_id, icmp_seq only for messages that carry them (icmp_carries_sequence: the types whose
+//                     comments show the identifier, and ICMP information request and reply)
 //   type_name         the comments column's name of the message, without the "id: " part
 //   header_truncated  true when the capture ends before the end of the ICMP header: the header
 //                     fields past its end were read from beyond the captured bytes, as the text
