@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <random>
 #include <set>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <thread>
 #include <unistd.h>
 
@@ -57,8 +59,9 @@ walk plain_walk(std::string_view file) {
 }
 
 // BYTES on a pipe, as `cat FILE | varn -ifile /dev/stdin` hands them over: the walker opens
-// path(), the pipe's /proc/self/fd entry. Up to 16 KiB are written at once, more by a thread in
-// uneven pieces, so that reads return short.
+// path(), the pipe's /proc/self/fd entry. Up to 16 KiB are written at once; more are written by a
+// thread in pieces of uneven sizes, each once the pipe is empty again, so that the reads return
+// those pieces (or less) and end anywhere in a record or the read-ahead window.
 class pipe_feed {
  public:
   explicit pipe_feed(std::string_view bytes) {
@@ -67,11 +70,19 @@ class pipe_feed {
     if (!sigpipe_ignored || ::pipe2(fds, O_CLOEXEC) != 0) return;
     m_read = fds[0];
     auto feed = [bytes, out = fds[1]] {
-      static constexpr size_t pieces[] = {1, 4096, 7, 65536, 300, 200000, 24, 131072};
-      for (size_t at = 0, k = 0; at < bytes.size(); ++k) {
-        const ssize_t n = ::write(out, bytes.data() + at, std::min(pieces[k % std::size(pieces)], bytes.size() - at));
-        if (n <= 0) break;
-        at += static_cast<size_t>(n);
+      static constexpr size_t pieces[] = {1, 40000, 7, 65536, 300, 200000, 24, 131072, 33333, 4096, 70001, 98};
+      for (size_t at = 0, k = bytes.size() % std::size(pieces); at < bytes.size(); ++k) {
+        const size_t end = at + std::min(pieces[k % std::size(pieces)], bytes.size() - at);
+        for (; at < end;) {
+          const ssize_t n = ::write(out, bytes.data() + at, end - at);
+          if (n <= 0) return (void)::close(out);  // the reader is gone
+          at += static_cast<size_t>(n);
+        }
+        for (int queued = 1; bytes.size() > 16384 && ::ioctl(out, FIONREAD, &queued) == 0 && queued > 0;) {
+          pollfd p{out, 0, 0};
+          if (::poll(&p, 1, 0) > 0 && (p.revents & POLLERR)) return (void)::close(out);
+          std::this_thread::yield();
+        }
       }
       ::close(out);
     };
@@ -198,7 +209,7 @@ TEST(capture_reader_test, hand_made_random_and_damaged_captures_agree) {
   // second file damaged: rewritten incl_len fields and words, flipped bits, a new snaplen, a cut.
   std::mt19937_64 rng(77);
   const uint32_t shapes[][3] = {{96, 700000, 96}, {200, 600000, 200}, {1514, 900000, 1514}, {65535, 700000, 1600},
-                                {65535, 300000, 70000}, {131056, 131096, 131056}, {131070, 131096, 131056}, {262144, 131000, 9000},
+                                {65535, 300000, 70000}, {100000, 1200000, 100000}, {131056, 131096, 131056}, {131070, 131096, 131056}, {262144, 131000, 9000},
                                 {0xFFFFFFFF, 5000, 300}, {0xFFFFFFF0, 3000, 300}, {0, 3000, 0}, {1, 3000, 1}, {12, 9000, 12},
                                 {81, 20000, 81}, {82, 20000, 82}};  // snaplen, size, largest frame
   for (const auto& [snaplen, size, max_frame] : shapes)
