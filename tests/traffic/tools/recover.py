@@ -5,26 +5,25 @@
 
 MODE says how the sender laid the file out in its echo requests:
   stream  the request payloads, in capture order, are consecutive slices of FILE (hping3 --file,
-          scapy-exfil.py); the capture may stop before the end or wrap around to the start
+          scapy-exfil.py); the capture may stop before the end or wrap around to the start,
+          the last slice before the wrap may be padded with zeros
   b64     the request payloads, by identifier, are the base64 text of FILE (b64-exfil.py)
   pattern each request carries one 16-byte chunk of FILE as ping's -p pattern (the payload repeats
           the pattern from byte 0; the clock overwrites the first 16 bytes)
 Prints what was recovered; exit status 0 when it matches FILE.
 """
 import base64
-import subprocess
 import sys
 
 
 def requests(path):
-    out = subprocess.run(
-        ["tshark", "-n", "-r", path, "-o", "ip.defragment:TRUE", "-Y",
-         "icmp.type == 8 || icmpv6.type == 128", "-T", "fields", "-e", "icmp.ident", "-e",
-         "icmpv6.echo.identifier", "-e", "data.data"],
-        check=True, capture_output=True, text=True).stdout
-    for line in out.splitlines():
-        i4, i6, data = line.split("\t")
-        yield int((i4 or i6).split(",")[0], 0), bytes.fromhex(data.replace(":", ""))
+    """Yields (identifier, payload) of each echo request, in capture order."""
+    from scapy.all import ICMP, ICMPv6EchoRequest, PcapReader  # pylint: disable=import-outside-toplevel
+    for pkt in PcapReader(path):
+        if ICMP in pkt and pkt[ICMP].type == 8:
+            yield pkt[ICMP].id, bytes(pkt[ICMP].payload)
+        elif ICMPv6EchoRequest in pkt:
+            yield pkt[ICMPv6EchoRequest].id, bytes(pkt[ICMPv6EchoRequest].data)
 
 
 def main():
@@ -33,9 +32,11 @@ def main():
     reqs = list(requests(pcap))
     if mode == "stream":
         got = b"".join(d for _, d in reqs)
-        # the sender reads on from the start of the file when it reaches its end
-        reps = want * (len(got) // len(want) + 2)
-        ok = len(got) > 0 and reps.startswith(got)
+        # at the file's end a sender starts again from its start; hping3 first pads its last
+        # slice with zero bytes to the full data size
+        size = len(reqs[0][1]) if reqs else 1
+        padded = want + b"\0" * (-len(want) % size)
+        ok = len(got) > 0 and any((w * (len(got) // len(w) + 2)).startswith(got) for w in (want, padded))
         cover = min(len(got), len(want))
         print(f"{len(reqs)} requests, {len(got)} bytes: {'a' if ok else 'NOT a'} continuous slice "
               f"of {src} from its start ({cover} of {len(want)} bytes)")
@@ -49,7 +50,9 @@ def main():
         bad = 0
         for k, (_, d) in enumerate(reqs):
             c = chunks[k] if k < len(chunks) else b""
-            if not c or any(d[i] != c[i % len(c)] for i in range(16, len(d))):
+            # ping writes whole patterns only: a tail shorter than the pattern may stay zero
+            tail = next((i for i in range(16, len(d)) if c and d[i] != c[i % len(c)]), len(d))
+            if not c or any(d[tail:]) or len(d) - tail >= len(c):
                 bad += 1
         ok = bad == 0 and len(reqs) == len(chunks)
         print(f"{len(reqs)} requests for {len(chunks)} chunks of {src}, {bad} not matching their chunk")
