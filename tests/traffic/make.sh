@@ -58,7 +58,8 @@ fi
 WORK=$(mktemp -d /tmp/corp-work.XXXXXX)
 LOG=$WORK/make.log
 LABELS=$WORK/labels.tsv
-NSS=(corp-a corp-r corp-b)
+NP=${CORPUS_NS:-corp}   # namespace prefix: CORPUS_NS=corp-x runs beside a default run
+NSS=("$NP-a" "$NP-r" "$NP-b")
 CAP_PID=
 CUR=
 
@@ -75,6 +76,7 @@ ns_down() {
         ip netns list | grep -qw "^$ns" || continue
         for pid in $(ip netns pids "$ns" 2>/dev/null); do kill -9 "$pid" 2>/dev/null; done
         ip netns del "$ns" 2>/dev/null
+        rm -rf "/etc/netns/$ns"
     done
 }
 
@@ -86,9 +88,9 @@ finish() {
 trap finish EXIT
 trap 'exit 130' INT TERM
 
-A() { ip netns exec corp-a "$@"; }
-R() { ip netns exec corp-r "$@"; }
-B() { ip netns exec corp-b "$@"; }
+A() { ip netns exec "$NP-a" "$@"; }
+R() { ip netns exec "$NP-r" "$@"; }
+B() { ip netns exec "$NP-b" "$@"; }
 
 # Logs a command with the host it runs on, then runs it there.
 on() { local h=$1; shift; echo "  [$h] $*" >>"$LOG"; "$h" "$@" 2>&1 | sed -u 's/^/      /' >>"$LOG"; }
@@ -104,16 +106,18 @@ net_up() {
     A4=$p1.2 R4A=$p1.1 R4B=$p2.1 B4=$p2.2 HOLE4=$p3.7 NET4B=$p2
     A6=$x:1::2 R6A=$x:1::1 R6B=$x:2::1 B6=$x:2::2 HOLE6=$x:9::7 X6=$x
     for ns in "${NSS[@]}"; do
+        # name lookups stay on the host itself: no query leaves for the machine's resolver
+        mkdir -p "/etc/netns/$ns"; echo "nameserver 127.0.0.1" >"/etc/netns/$ns/resolv.conf"
         ip netns add "$ns"
         ip netns exec "$ns" ip link set lo up
         ip netns exec "$ns" sysctl -qw net.ipv6.conf.default.accept_dad=0 net.ipv6.conf.default.addr_gen_mode=1
     done
-    ip link add corpA0 type veth peer name corpR0
-    ip link add corpR1 type veth peer name corpB0
-    ip link set corpA0 netns corp-a name veth0 address 02:c0:00:00:0a:01
-    ip link set corpR0 netns corp-r name veth0 address 02:c0:00:00:01:01
-    ip link set corpR1 netns corp-r name veth1 address 02:c0:00:00:01:02
-    ip link set corpB0 netns corp-b name veth0 address 02:c0:00:00:0b:01
+    ip link add "${NP}A0" type veth peer name "${NP}R0"
+    ip link add "${NP}R1" type veth peer name "${NP}B0"
+    ip link set "${NP}A0" netns "$NP-a" name veth0 address 02:c0:00:00:0a:01
+    ip link set "${NP}R0" netns "$NP-r" name veth0 address 02:c0:00:00:01:01
+    ip link set "${NP}R1" netns "$NP-r" name veth1 address 02:c0:00:00:01:02
+    ip link set "${NP}B0" netns "$NP-b" name veth0 address 02:c0:00:00:0b:01
     A ip addr add "$A4/24" dev veth0; A ip addr add "$A6/64" dev veth0 nodad
     A ip addr add fe80::a/64 dev veth0 nodad
     R ip addr add "$R4A/24" dev veth0; R ip addr add "$R6A/64" dev veth0 nodad
@@ -144,7 +148,7 @@ cap_start() {
     CUR=$1
     log "== $CUR"
     rm -f "$WORK/$CUR.pcap" "$WORK/tcpdump.err"
-    ip netns exec corp-a tcpdump -U -i veth0 -s 0 -w "$WORK/$CUR.pcap" 'icmp or icmp6' 2>"$WORK/tcpdump.err" &
+    ip netns exec "$NP-a" tcpdump -U -i veth0 -s 0 -w "$WORK/$CUR.pcap" 'icmp or icmp6' 2>"$WORK/tcpdump.err" &
     CAP_PID=$!
     local i
     for i in $(seq 50); do grep -q 'listening on' "$WORK/tcpdump.err" 2>/dev/null && break; sleep 0.1; done
@@ -163,6 +167,7 @@ cap_stop() {
         n=$1
     fi
     mv "$f" "$OUT/$CUR.pcap"
+    chown --reference="$OUT" "$OUT/$CUR.pcap"   # tcpdump wrote it as its own user
     log "  $CUR.pcap: $n frames, $(stat -c %s "$OUT/$CUR.pcap") bytes"
     ns_down
 }
@@ -392,8 +397,8 @@ ben_others() {
     on A oping -c 4 -i 0.2 "$B4"
     on A $PY -c "import icmplib,sys; print(icmplib.ping(sys.argv[1], count=4, interval=0.2, privileged=True))" "$B4"
     on A perl -MNet::Ping -e '$p = Net::Ping->new("icmp"); for (1..4) { print $p->ping($ARGV[0]) ? "up\n" : "down\n"; select(undef,undef,undef,0.2) }' "$R4A"
-    on A icmpush -tstamp -to 1 "$B4"
-    on A icmpush -mask -to 1 "$B4"
+    on A icmpush -n -tstamp -to 1 "$B4"
+    on A icmpush -n -mask -to 1 "$B4"
     label ipv4 "$A4" "$B4" benign "oping (liboping), icmplib, icmpush timestamp and address-mask requests"
     label ipv4 "$A4" "$R4A" benign "perl Net::Ping (icmp)"
     cap_stop
@@ -407,9 +412,9 @@ ben_inetutils() {
     fi
     net_up 10.23.0 10.23.1 10.23.9 fd23
     cap_start ben-inetutils-ping
-    on A "$dir/x/bin/ping" -c 4 -i 0.2 "$B4"
-    on A "$dir/x/bin/ping" -c 4 -i 0.2 -s 300 -p 'a5' "$R4A"
-    on A "$dir/x/bin/ping6" -c 3 -i 1 "$B6"
+    on A "$dir/x/bin/ping" -n -c 4 -i 0.2 "$B4"
+    on A "$dir/x/bin/ping" -n -c 4 -i 0.2 -s 300 -p 'a5' "$R4A"
+    on A "$dir/x/bin/ping6" -n -c 3 -i 1 "$B6"
     label ipv4 "$A4" "$B4" benign "inetutils ping (unpacked, not installed: it replaces iputils' ping)"
     label ipv4 "$A4" "$R4A" benign "inetutils ping -s 300 -p a5"
     label ipv6 "$A6" "$B6" benign "inetutils ping6"
