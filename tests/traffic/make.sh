@@ -424,8 +424,8 @@ ben_inetutils() {
 # ---------------------------------------------------------------------------- tunnels
 tun_ptunnel() {
     net_up 10.40.1 10.40.2 10.40.9 fd40
-    http_server
     cap_start tun-ptunnel-http
+    http_server
     bg B ptunnel -v 1
     sleep 1
     bg A ptunnel -p "$B4" -lp 2222 -da "$B4" -dp 8000 -v 1
@@ -435,8 +435,8 @@ tun_ptunnel() {
     label ipv4 "$A4" "$B4" tunnel "ptunnel 0.72 (magic d5 20 08 80): a 60,000-byte HTTP download"
     cap_stop
     net_up 10.40.1 10.40.2 10.40.9 fd40
-    http_server
     cap_start tun-ptunnel-idle-passwd
+    http_server
     bg B ptunnel -x letmein -v 1
     sleep 1
     bg A ptunnel -p "$B4" -lp 2222 -da "$B4" -dp 8000 -x letmein -v 1
@@ -448,8 +448,8 @@ tun_ptunnel() {
 
 tun_ptunnel_ng() {
     net_up 10.41.1 10.41.2 10.41.9 fd41
-    http_server
     cap_start tun-ptunnel-ng-http
+    http_server
     bg B ptunnel-ng -r"$B4" -R8000 -v1
     sleep 1
     bg A ptunnel-ng -p"$B4" -l2222 -r"$B4" -R8000 -v1
@@ -459,8 +459,8 @@ tun_ptunnel_ng() {
     label ipv4 "$A4" "$B4" tunnel "ptunnel-ng (magic de ad c0 de): a 60,000-byte HTTP download"
     cap_stop
     net_up 10.41.1 10.41.2 10.41.9 fd41
-    http_server
     cap_start tun-ptunnel-ng-magic-http
+    http_server
     bg B ptunnel-ng -r"$B4" -R8000 -m 0x1a2b3c4d -v1
     sleep 1
     bg A ptunnel-ng -p"$B4" -l2222 -r"$B4" -R8000 -m 0x1a2b3c4d -v1
@@ -470,8 +470,8 @@ tun_ptunnel_ng() {
     label ipv4 "$A4" "$B4" tunnel "ptunnel-ng -m 0x1a2b3c4d: a 35,149-byte text download"
     cap_stop
     net_up 10.41.1 10.41.2 10.41.9 fd41
-    http_server
     cap_start tun-ptunnel-ng-idle
+    http_server
     bg B ptunnel-ng -r"$B4" -R8000 -v1
     sleep 1
     bg A ptunnel-ng -p"$B4" -l2222 -r"$B4" -R8000 -v1
@@ -483,8 +483,8 @@ tun_ptunnel_ng() {
 
 tun_icmptx() {
     net_up 10.42.1 10.42.2 10.42.9 fd42
-    http_server
     cap_start tun-icmptx-http
+    http_server
     bg B icmptx -s "$B4"
     sleep 1
     B ip addr add 10.250.0.1/24 dev tun0; B ip link set tun0 up
@@ -501,8 +501,8 @@ tun_icmptx() {
 
 tun_mixed() {
     net_up 10.43.1 10.43.2 10.43.9 fd43
-    http_server
     cap_start tun-ptunnel-ng-mixed
+    http_server
     bg B ptunnel-ng -r"$B4" -R8000 -v1
     sleep 1
     bg A ptunnel-ng -p"$B4" -l2222 -r"$B4" -R8000 -v1
