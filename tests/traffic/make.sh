@@ -1,9 +1,9 @@
 #!/bin/bash
 # Regenerates the labelled ICMP captures of this folder with real programs.
 #
-#   sudo bash tests/traffic/make.sh            # every capture
-#   sudo bash tests/traffic/make.sh NAME...    # only these (file names without .pcap)
-#   sudo bash tests/traffic/make.sh --list     # the names
+#   sudo bash tests/traffic/make.sh            # every capture, from scratch
+#   sudo bash tests/traffic/make.sh STEP...    # only these steps (each makes one or more files)
+#   sudo bash tests/traffic/make.sh --list     # the steps
 #
 # Three network namespaces on this machine, joined by veth pairs, stand for the hosts:
 #
@@ -15,10 +15,21 @@
 # holds in labels.tsv (host pairs: initiator, responder, label); check.py compares them with what
 # tshark finds in the files.
 #
+# A full run first removes the folder's .pcap files and labels.tsv; a run of some steps replaces
+# their files, labels and make.log sections only. Namespaces and /etc/netns entries are removed
+# at the end, also after an error or an interrupt.
+#
 # Environment: CORPUS_OUT (default: this folder) receives the .pcap files, labels.tsv and make.log;
-# CORPUS_SET=eval switches to the longer evaluation variants (see eval_captures below).
+# CORPUS_SET=eval with CORPUS_EVAL_STEPS=FILE runs the steps FILE defines (its eval_captures array)
+# instead of this folder's; CORPUS_NS (default corp) prefixes the namespace names.
 
 set -uo pipefail
+
+if [ "$(id -u)" != 0 ]; then
+    echo "make.sh: the captures need root (network namespaces, raw sockets, tcpdump)." >&2
+    echo "make.sh: nothing was changed; run it again with sudo." >&2
+    exit 1
+fi
 
 HERE=${CORPUS_HERE:-$(cd "$(dirname "$0")" && pwd)}
 # bash reads a script as it runs: run from a copy, so that editing this file cannot upset a run
@@ -32,12 +43,6 @@ OUT=${CORPUS_OUT:-$HERE}
 SET=${CORPUS_SET:-corpus}
 PY=/usr/bin/python3
 TOOLS=$HERE/tools
-
-if [ "$(id -u)" != 0 ]; then
-    echo "make.sh: the captures need root (network namespaces, raw sockets, tcpdump)." >&2
-    echo "make.sh: nothing was changed; run it again with sudo." >&2
-    exit 1
-fi
 
 # command -> Debian package
 declare -A PKG=(
@@ -58,6 +63,7 @@ fi
 WORK=$(mktemp -d /tmp/corp-work.XXXXXX)
 LOG=$WORK/make.log
 LABELS=$WORK/labels.tsv
+: >"$LABELS"
 NP=${CORPUS_NS:-corp}   # namespace prefix: CORPUS_NS=corp-x runs beside a default run
 NSS=("$NP-a" "$NP-r" "$NP-b")
 CAP_PID=
@@ -591,12 +597,13 @@ if [ "${1:-}" = --list ]; then printf '%s\n' "${steps[@]}"; exit 0; fi
 partial=
 [ $# -gt 0 ] && { steps=("$@"); partial=1; }
 
-mkdir -p "$OUT"
-mkdata
 for s in "${steps[@]}"; do
     declare -F "$s" >/dev/null || { echo "make.sh: no step $s (see --list)" >&2; exit 2; }
-    "$s"
 done
+mkdir -p "$OUT"
+[ -z "$partial" ] && rm -f "$OUT"/*.pcap "$OUT/labels.tsv"
+mkdata
+for s in "${steps[@]}"; do "$s"; done
 
 # Labels of files not remade this run are kept; those remade are replaced.
 made=$(cut -f1 "$LABELS" | sort -u)
