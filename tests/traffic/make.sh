@@ -455,6 +455,22 @@ tun_ptunnel() {
     cap_stop 300
 }
 
+tun_ptunnel_upload() {
+    net_up 10.46.1 10.46.2 10.46.9 fd46
+    cap_start tun-ptunnel-upload
+    rm -f "$WORK/sunk"
+    bg B $PY "$TOOLS/tcp-sink.py" 9000 "$WORK/sunk"
+    bg B ptunnel -v 1
+    sleep 1
+    bg A ptunnel -p "$B4" -lp 2223 -da "$B4" -dp 9000 -v 1
+    sleep 1
+    on A $PY "$TOOLS/tcp-send.py" 127.0.0.1 2223 "$D/gpl.txt.gz"
+    sleep 2
+    verify_same "gpl.txt.gz uploaded through ptunnel" "$D/gpl.txt.gz" "$WORK/sunk"
+    label ipv4 "$A4" "$B4" tunnel "ptunnel 0.72: a 12,124-byte upload; the data travels in requests that the kernel echoes"
+    cap_stop
+}
+
 tun_ptunnel_ng() {
     net_up 10.41.1 10.41.2 10.41.9 fd41
     cap_start tun-ptunnel-ng-http
@@ -583,7 +599,7 @@ exf_scripts() {
 }
 
 corpus_captures=(ben_ping4 ben_ping6 ben_nohost ben_lossy ben_loop ben_sweep ben_busybox ben_fping ben_trace
-    ben_nmap ben_hping ben_icmp6 ben_others ben_inetutils tun_ptunnel tun_ptunnel_ng tun_icmptx tun_mixed
+    ben_nmap ben_hping ben_icmp6 ben_others ben_inetutils tun_ptunnel tun_ptunnel_upload tun_ptunnel_ng tun_icmptx tun_mixed
     exf_hpings exf_ping_p exf_scripts)
 
 if [ "$SET" = eval ]; then
