@@ -1,0 +1,89 @@
+#include "formats/frame_sink.hpp"
+
+#include <algorithm>
+
+#include "capture/frame_handler.hpp"
+#include "layers/icmp_locator.hpp"
+
+namespace varn {
+
+const char* const k_skip_too_short = "too short for their headers";
+
+void frame_sink::frame(uint32_t link_type, const uint8_t* data, uint32_t cap_len, uint32_t wire_len, uint64_t sec,
+                       uint64_t frac, uint8_t digits) {
+  const uint64_t number = ++m_records;
+  switch (locate_icmp_message(link_type, data, cap_len, m_frame)) {
+    case frame_verdict::icmp:
+      m_frame.number = number;
+      m_frame.wire_len = wire_len;
+      m_frame.ts_sec = sec;
+      m_frame.ts_frac = frac;
+      m_frame.ts_digits = digits;
+      report_icmp_frame(m_frame, m_ctx);
+      break;
+    case frame_verdict::truncated:
+      ++m_too_short;
+      break;
+    case frame_verdict::not_icmp:
+      break;
+  }
+}
+
+void frame_sink::count(const std::string& reason) {
+  for (auto& entry : m_skipped)
+    if (entry.first == reason) {
+      ++entry.second;
+      return;
+    }
+  m_skipped.emplace_back(reason, 1);
+}
+
+void frame_sink::frame_of_unread_link(uint32_t link_type) {
+  ++m_records;
+  count("link type " + std::to_string(link_type));
+}
+
+void frame_sink::unreadable_packet(const char* reason) {
+  ++m_records;
+  count(reason);
+}
+
+void frame_sink::link_type_declared(uint32_t link_type) {
+  if (std::find(m_link_types.begin(), m_link_types.end(), link_type) == m_link_types.end())
+    m_link_types.push_back(link_type);
+}
+
+void frame_sink::stop(std::string reason) {
+  if (m_stopped.empty()) m_stopped = std::move(reason);
+}
+
+void frame_sink::fill(file_outcome& outcome) const {
+  outcome.records = m_records;
+  outcome.link_types = m_link_types;
+  outcome.skipped.clear();
+  if (m_too_short > 0) outcome.skipped.emplace_back(k_skip_too_short, m_too_short);
+  outcome.skipped.insert(outcome.skipped.end(), m_skipped.begin(), m_skipped.end());
+  outcome.stopped = m_stopped;
+}
+
+std::string frame_sink::notes() const {
+  std::string text;
+  uint64_t skipped = m_too_short;
+  for (const auto& entry : m_skipped) skipped += entry.second;
+  if (skipped > 0) {
+    text += "Skipped " + std::to_string(skipped) + " of " + std::to_string(m_records) +
+            (m_records == 1 ? " frame: " : " frames: ");
+    const char* separator = "";
+    auto add = [&](const std::string& reason, uint64_t n) {
+      text += separator + reason + " (" + std::to_string(n) + ")";
+      separator = ", ";
+    };
+    if (m_too_short > 0) add(k_skip_too_short, m_too_short);
+    for (const auto& entry : m_skipped) add(entry.first, entry.second);
+    text += "\n";
+  }
+  if (!m_stopped.empty()) text += "Reading stopped after frame " + std::to_string(m_records) + ": " + m_stopped + "\n";
+  return text;
+}
+
+}  // namespace varn

@@ -1,0 +1,62 @@
+// frame_sink: where the capture format readers hand every record. It numbers the records as
+// Wireshark does, locates the ICMP message of each frame, hands ICMP frames to the report
+// (report_icmp_frame) and counts what it skips and why.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "capture/frame_context.hpp"
+#include "capture/icmp_frame.hpp"
+#include "report/report_writer.hpp"
+
+namespace varn {
+
+class frame_sink {
+ public:
+  explicit frame_sink(frame_context* ctx) : m_ctx(ctx) {}
+
+  // The next record: a frame of LINK_TYPE (one link_type_is_read() accepts) with CAP_LEN
+  // captured bytes at DATA, WIRE_LEN bytes on the wire, captured at SEC seconds and FRAC units of
+  // 10^-DIGITS seconds (DIGITS 6 or 9) since 1970. DATA is only read during the call.
+  void frame(uint32_t link_type, const uint8_t* data, uint32_t cap_len, uint32_t wire_len, uint64_t sec, uint64_t frac,
+             uint8_t digits);
+  // The next record is a frame of a link type not read: numbered, counted, not looked at.
+  void frame_of_unread_link(uint32_t link_type);
+  // The next record is a packet block that cannot be read (REASON says why): numbered, counted.
+  void unreadable_packet(const char* reason);
+  // The next record holds no frame (a log entry, an event): numbered, as Wireshark does, and nothing else.
+  void record_without_frame() noexcept { ++m_records; }
+
+  // A link type the file declares (listed once, in order of appearance).
+  void link_type_declared(uint32_t link_type);
+  // The walk ends early for REASON (the first reason given is kept).
+  void stop(std::string reason);
+
+  uint64_t records() const noexcept { return m_records; }
+  bool stopped() const noexcept { return !m_stopped.empty(); }
+
+  // Copies the counts, the link types and the stop reason into OUTCOME.
+  void fill(file_outcome& outcome) const;
+  // The lines that tell a reader of the text report what was skipped and why the walk stopped
+  // (empty when every frame was looked at and the walk reached the end).
+  std::string notes() const;
+
+ private:
+  void count(const std::string& reason);
+
+  frame_context* m_ctx;
+  icmp_frame m_frame;  // reused for every frame: nothing is allocated per frame
+  uint64_t m_records = 0;
+  uint64_t m_too_short = 0;
+  std::vector<std::pair<std::string, uint64_t>> m_skipped;  // other reasons, in order of appearance
+  std::vector<uint32_t> m_link_types;
+  std::string m_stopped;
+};
+
+// The reason under which frames too short for their headers are counted.
+extern const char* const k_skip_too_short;
+
+}  // namespace varn
