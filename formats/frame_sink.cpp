@@ -82,7 +82,10 @@ std::string frame_sink::notes() const {
     for (const auto& entry : m_skipped) add(entry.first, entry.second);
     text += "\n";
   }
-  if (!m_stopped.empty()) text += "Reading stopped after frame " + std::to_string(m_records) + ": " + m_stopped + "\n";
+  if (!m_stopped.empty())
+    text += (m_records == 0 ? std::string("Reading stopped before the first frame: ")
+                            : "Reading stopped after frame " + std::to_string(m_records) + ": ") +
+            m_stopped + "\n";
   return text;
 }
 

@@ -200,7 +200,7 @@ class pcapng_walker {
       m_sink.stop(std::string("read error: ") + std::strerror(m_in.read_error()));
     else
       m_sink.stop("the file ends inside the block at byte " + std::to_string(at) + " (" +
-                  std::to_string(m_in.available()) + " of " + std::to_string(length) + " bytes)");
+                  std::to_string(m_in.offset() + m_in.available() - at) + " of " + std::to_string(length) + " bytes)");
   }
 
   // The byte order of the section whose header starts at the current position.

@@ -7,6 +7,7 @@ namespace varn {
 namespace {
 
 constexpr uint32_t ipv4_header_min = 20;  // through the destination address
+constexpr uint32_t ipv4_fragment_at = 6;  // flags and fragment offset
 constexpr uint32_t ipv4_protocol_at = 9;
 constexpr uint32_t ipv6_header_size = 40;
 constexpr uint32_t ipv6_next_header_at = 6;
@@ -33,6 +34,7 @@ icmp_position icmp_at(uint32_t icmp_offset, uint32_t header_end, uint32_t cap_le
 icmp_position find_icmp_in_ipv4(const uint8_t* frame, uint32_t cap_len, uint32_t ip_offset) noexcept {
   if (cap_len <= ip_offset + ipv4_protocol_at) return k_truncated;
   if (frame[ip_offset + ipv4_protocol_at] != ip_protocol_icmp) return k_not_icmp;
+  if ((be16_at(frame, ip_offset + ipv4_fragment_at) & 0x1fff) != 0) return k_not_icmp;  // a later fragment
   const uint32_t ihl = frame[ip_offset] & 0x0f;
   return icmp_at(ip_offset + 4 * ihl, ip_offset + ipv4_header_min, cap_len);
 }

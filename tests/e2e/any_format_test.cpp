@@ -311,5 +311,126 @@ TEST(any_format_test, captures_made_with_real_tools_agree_with_tshark) {
   std::printf("[ tshark   ] %zu captures, %zu ICMP frames agree\n", captures.size(), compared);
 }
 
+// The shared captures joined into one pcapng file (one interface per capture, their link types
+// kept): varn -any_format and tshark agree on every frame but those varn skips as too short for
+// their headers (tshark shows what is there) and those whose IPv6 version nibble is wrong (varn
+// goes by the ethertype, as the default reading does; tshark does not read them as IPv6).
+TEST(any_format_test, shared_captures_joined_as_pcapng_agree_with_tshark) {
+  const std::string dir = shared_captures_dir();
+  if (dir.empty()) GTEST_SKIP() << "no shared captures folder next to the checkout";
+  if (!have_programs({"tshark", "mergecap"})) GTEST_SKIP() << "tshark and mergecap (Debian tshark) are not installed";
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir))
+    if (entry.is_regular_file() && entry.path().extension() != ".md") names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  temp_dir scratch;
+  const std::string joined = scratch.file("joined.pcapng");
+  std::string merge = "cd " + quoted(dir) + " && mergecap -I none -a -F pcapng -w " + quoted(joined);
+  for (const std::string& name : names) merge += " " + quoted(name);
+  shell_output(merge + " 2>/dev/null");
+
+  const run_result r = run_varn({"-any_format", "-ifile", joined});
+  ASSERT_EQ(r.status, 0);
+  const std::map<unsigned, std::string> varn = report_records(r.report());
+  const tshark_reading tshark = tshark_icmp_frames(joined, true);
+  // Frame numbers within each capture (interface i is the i-th capture).
+  std::map<unsigned, std::string> where;
+  std::vector<unsigned> seen(names.size(), 0);
+  for (const auto& [frame, id] : tshark.interface_of)
+    if (!id.empty() && std::stoul(id) < names.size())
+      where[frame] = names[std::stoul(id)] + " " + std::to_string(++seen[std::stoul(id)]);
+  std::set<std::string> varn_only, tshark_only;
+  size_t compared = 0;
+  for (const auto& [frame, fields] : tshark.icmp) {
+    const auto it = varn.find(frame);
+    if (it == varn.end()) {
+      tshark_only.insert(where[frame]);
+      continue;
+    }
+    EXPECT_TRUE(same_record(it->second, fields)) << where[frame] << "\n varn:   " << it->second << "\n tshark: " << fields;
+    ++compared;
+  }
+  for (const auto& [frame, fields] : varn)
+    if (tshark.icmp.count(frame) == 0) varn_only.insert(where[frame]);
+  EXPECT_EQ(tshark_only, (std::set<std::string>{"ip_ts_opts_asan.pcap 1",
+                                                "sv-ipv6-evasion-ipv6-malformed-fragments-27-frag-27.pcap 8",
+                                                "zeek-trunc-icmp-header-trunc.pcap 1", "zeek-trunc-icmp-header-trunc.pcap 2"}));
+  EXPECT_EQ(varn_only, (std::set<std::string>{"ipv6-bad-version.pcap 2", "ipv6-bad-version.pcap 4"}));
+  EXPECT_NE(r.out.find("Skipped 4 of " + std::to_string(tshark.frames) + " frames: too short for their headers (4)\n"),
+            std::string::npos);
+  std::printf("[ tshark   ] %zu captures joined, %zu ICMP frames agree\n", names.size(), compared);
+}
+
+// What varn -any_format writes for the bytes of CAPTURE given on a pipe (standard input) and as
+// the file itself, the file name taken out.
+struct pipe_and_file {
+  std::string from_pipe, from_file;
+};
+pipe_and_file read_both_ways(const std::string& capture) {
+  const std::string varn = quoted(varn_binary());
+  pipe_and_file both;
+  both.from_pipe = shell_output("cat " + quoted(capture) + " | " + varn + " -any_format -dump_meta -dump_hdr -dump_payload" +
+                                " -ifile /dev/stdin 2>&1; echo \"status $?\"");
+  both.from_file = shell_output(varn + " -any_format -dump_meta -dump_hdr -dump_payload -ifile " + quoted(capture) +
+                                " 2>&1; echo \"status $?\"");
+  for (std::string* text : {&both.from_pipe, &both.from_file}) {
+    const size_t header = text->find("\n\n");  // the run header names the command line
+    *text = text->substr(header == std::string::npos ? 0 : header);
+    const size_t name = text->find("Processing file: ");
+    if (name != std::string::npos) text->erase(name, text->find('\n', name) - name);
+  }
+  return both;
+}
+
+TEST(any_format_test, a_pipe_reads_like_the_file) {
+  temp_dir scratch;
+  std::vector<std::string> captures;
+  for (const std::string& dir : {shared_captures_dir(), k_formats_dir, std::string(VARN_SOURCE_DIR) + "/tests/regress"}) {
+    if (dir.empty()) continue;
+    for (const auto& entry : std::filesystem::directory_iterator(dir))
+      if (entry.is_regular_file() && entry.path().extension() != ".md" && entry.path().extension() != ".sh")
+        captures.push_back(entry.path());
+  }
+  // Damaged pcapng: the dumpcap capture cut inside a block header, inside a packet, and with a
+  // block length that is not a multiple of 4.
+  const bytes pcapng = read_file(k_formats_dir + "/dumpcap-two-interfaces.pcapng");
+  for (size_t cut : {pcapng.size() - 3, pcapng.size() - 40, size_t{30}}) {
+    captures.push_back(scratch.file("cut-" + std::to_string(cut) + ".pcapng"));
+    write_file(captures.back(), pcapng.substr(0, cut));
+  }
+  bytes bad_length = pcapng;
+  bad_length[4] = static_cast<char>(bad_length[4] + 1);
+  captures.push_back(scratch.file("bad-length.pcapng"));
+  write_file(captures.back(), bad_length);
+  ASSERT_GT(captures.size(), 90u);
+  for (const std::string& capture : captures) {
+    const pipe_and_file both = read_both_ways(capture);
+    EXPECT_EQ(both.from_pipe, both.from_file) << capture;
+  }
+}
+
+// A -pipe list of FIFOs, each fed by its own writer, reads like the list of the files.
+TEST(any_format_test, a_list_of_fifos_reads_like_the_list_of_files) {
+  temp_dir scratch;
+  const std::vector<std::string> files = {k_formats_dir + "/cooked-v1.pcap", k_formats_dir + "/dumpcap-two-interfaces.pcapng",
+                                          k_formats_dir + "/scapy-tags-exthdrs.pcap"};
+  std::string feed, fifo_list, file_list;
+  for (size_t i = 0; i < files.size(); ++i) {
+    const std::string fifo = scratch.file("fifo-" + std::to_string(i));
+    feed += "mkfifo " + quoted(fifo) + " && (cat " + quoted(files[i]) + " > " + quoted(fifo) + " &) && ";
+    fifo_list += fifo + "\n";
+    file_list += files[i] + "\n";
+  }
+  const std::string varn = quoted(varn_binary());
+  std::string from_fifos = shell_output(feed + "printf '" + fifo_list + "' | " + varn + " -any_format -pipe 2>&1");
+  std::string from_files = shell_output("printf '" + file_list + "' | " + varn + " -any_format -pipe 2>&1");
+  for (std::string* text : {&from_fifos, &from_files}) {
+    for (size_t at; (at = text->find("Processing file: ")) != std::string::npos;) text->erase(at, text->find('\n', at) - at);
+    *text = text->substr(text->find("\n\n"));
+  }
+  EXPECT_EQ(from_fifos, from_files);
+  EXPECT_EQ(std::count(from_files.begin(), from_files.end(), '\n') > 40, true) << from_files;
+}
+
 }  // namespace
 }  // namespace varn_test
