@@ -69,10 +69,10 @@ void walk(byte_source& in, const classic_pcap_header& h, frame_sink& sink) {
       return;
     }
     r = in.data();
-    if (link_read)
-      sink.frame(link_type, r + header_size, incl_len, orig_len, load32(r, BigEndian), load32(r + 4, BigEndian), digits);
-    else
+    if (!link_read)
       sink.frame_of_unread_link(link_type);
+    else if (sink.next_frame(link_type, r + header_size, incl_len))
+      sink.report_frame(orig_len, load32(r, BigEndian), load32(r + 4, BigEndian), digits);
     in.consume(record_size);
   }
 }

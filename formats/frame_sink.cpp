@@ -3,30 +3,30 @@
 #include <algorithm>
 
 #include "capture/frame_handler.hpp"
-#include "layers/icmp_locator.hpp"
 
 namespace varn {
 
 const char* const k_skip_too_short = "too short for their headers";
 
-void frame_sink::frame(uint32_t link_type, const uint8_t* data, uint32_t cap_len, uint32_t wire_len, uint64_t sec,
-                       uint64_t frac, uint8_t digits) {
-  const uint64_t number = ++m_records;
+bool frame_sink::locate(uint32_t link_type, const uint8_t* data, uint32_t cap_len) {
   switch (locate_icmp_message(link_type, data, cap_len, m_frame)) {
     case frame_verdict::icmp:
-      m_frame.number = number;
-      m_frame.wire_len = wire_len;
-      m_frame.ts_sec = sec;
-      m_frame.ts_frac = frac;
-      m_frame.ts_digits = digits;
-      report_icmp_frame(m_frame, m_ctx);
-      break;
+      m_frame.number = m_records;
+      return true;
     case frame_verdict::truncated:
       ++m_too_short;
-      break;
-    case frame_verdict::not_icmp:
-      break;
+      return false;
+    default:
+      return false;
   }
+}
+
+void frame_sink::report_frame(uint32_t wire_len, uint64_t sec, uint64_t frac, uint8_t digits) {
+  m_frame.wire_len = wire_len;
+  m_frame.ts_sec = sec;
+  m_frame.ts_frac = frac;
+  m_frame.ts_digits = digits;
+  report_icmp_frame(m_frame, m_ctx);
 }
 
 void frame_sink::count(const std::string& reason) {

@@ -10,6 +10,7 @@
 
 #include "capture/frame_context.hpp"
 #include "capture/icmp_frame.hpp"
+#include "layers/icmp_locator.hpp"
 #include "report/report_writer.hpp"
 
 namespace varn {
@@ -19,10 +20,16 @@ class frame_sink {
   explicit frame_sink(frame_context* ctx) : m_ctx(ctx) {}
 
   // The next record: a frame of LINK_TYPE (one link_type_is_read() accepts) with CAP_LEN
-  // captured bytes at DATA, WIRE_LEN bytes on the wire, captured at SEC seconds and FRAC units of
-  // 10^-DIGITS seconds (DIGITS 6 or 9) since 1970. DATA is only read during the call.
-  void frame(uint32_t link_type, const uint8_t* data, uint32_t cap_len, uint32_t wire_len, uint64_t sec, uint64_t frac,
-             uint8_t digits);
+  // captured bytes at DATA. True when it holds an ICMP message: the reader then calls
+  // report_frame() while DATA is still valid. A frame too short for its headers is counted.
+  bool next_frame(uint32_t link_type, const uint8_t* data, uint32_t cap_len) {
+    ++m_records;
+    if (!may_hold_icmp(link_type, data, cap_len)) return false;
+    return locate(link_type, data, cap_len);
+  }
+  // Completes the frame next_frame() located: WIRE_LEN bytes on the wire, captured at SEC seconds
+  // and FRAC units of 10^-DIGITS seconds (DIGITS 6 or 9) since 1970; hands it to the report.
+  void report_frame(uint32_t wire_len, uint64_t sec, uint64_t frac, uint8_t digits);
   // The next record is a frame of a link type not read: numbered, counted, not looked at.
   void frame_of_unread_link(uint32_t link_type);
   // The next record is a packet block that cannot be read (REASON says why): numbered, counted.
@@ -45,6 +52,7 @@ class frame_sink {
   std::string notes() const;
 
  private:
+  bool locate(uint32_t link_type, const uint8_t* data, uint32_t cap_len);
   void count(const std::string& reason);
 
   frame_context* m_ctx;

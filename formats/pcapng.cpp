@@ -45,6 +45,11 @@ inline uint32_t le32(const uint8_t* p) noexcept {
   return static_cast<uint32_t>(p[3]) << 24 | static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[1]) << 8 | p[0];
 }
 
+template <bool Swapped>
+inline uint32_t load32(const uint8_t* p) noexcept {
+  return Swapped ? __builtin_bswap32(le32(p)) : le32(p);
+}
+
 struct byte_order {
   bool swapped = false;  // the section's fields are big-endian
   uint32_t u32(const uint8_t* p) const noexcept { return swapped ? __builtin_bswap32(le32(p)) : le32(p); }
@@ -133,6 +138,10 @@ class pcapng_walker {
 
   void run() {
     for (;;) {
+      if (m_order.swapped)
+        enhanced_packets<true>();
+      else
+        enhanced_packets<false>();
       const uint64_t at = m_in.offset();
       if (!m_in.fill(block_header_size)) {
         if (m_in.read_error() != 0)
@@ -300,8 +309,36 @@ class pcapng_walker {
       m_sink.frame_of_unread_link(i.link_type);
       return;
     }
+    if (!m_sink.next_frame(i.link_type, data, cap_len)) return;
     const timestamp t = timed ? convert(i, ts) : timestamp{0, 0, 6};
-    m_sink.frame(i.link_type, data, cap_len, wire_len, t.sec, t.frac, t.digits);
+    m_sink.report_frame(wire_len, t.sec, t.frac, t.digits);
+  }
+
+  // The steady state, with the byte order known at compile time: enhanced packet blocks of
+  // described interfaces of a link type read, whole in the buffer and sound. Returns at the first
+  // block that is anything else (run() then handles it) or at the end of the input.
+  template <bool Swapped>
+  void enhanced_packets() {
+    for (;;) {
+      if (!m_in.fill(block_header_size)) return;
+      const uint8_t* b = m_in.data();
+      const uint32_t length = load32<Swapped>(b + 4);
+      if (load32<Swapped>(b) != block_enhanced_packet || length < packet_min || length % 4 != 0 || length > k_max_block)
+        return;
+      if (!m_in.fill(length)) return;
+      b = m_in.data();
+      const uint32_t id = load32<Swapped>(b + 8);
+      const uint32_t cap_len = load32<Swapped>(b + 20);
+      if (load32<Swapped>(b + length - block_trailer_size) != length || id >= m_interfaces.size() ||
+          cap_len > length - packet_min || !m_interfaces[id].link_read)
+        return;
+      const interface_info& i = m_interfaces[id];
+      if (m_sink.next_frame(i.link_type, b + 28, cap_len)) {
+        const timestamp t = convert(i, static_cast<uint64_t>(load32<Swapped>(b + 12)) << 32 | load32<Swapped>(b + 16));
+        m_sink.report_frame(load32<Swapped>(b + 24), t.sec, t.frac, t.digits);
+      }
+      m_in.consume(length);
+    }
   }
 
   void enhanced_packet(const uint8_t* b, uint32_t length) {
