@@ -7,6 +7,8 @@
 namespace varn {
 
 const char* const k_skip_too_short = "too short for their headers";
+const char* const k_skip_undescribed_interface = "undescribed interface";
+const char* const k_skip_damaged_block = "damaged packet block";
 
 bool frame_sink::locate(uint32_t link_type, const uint8_t* data, uint32_t cap_len) {
   switch (locate_icmp_message(link_type, data, cap_len, m_frame)) {
@@ -29,23 +31,23 @@ void frame_sink::report_frame(uint32_t wire_len, uint64_t sec, uint64_t frac, ui
   report_icmp_frame(m_frame, m_ctx);
 }
 
-void frame_sink::count(const std::string& reason) {
-  for (auto& entry : m_skipped)
-    if (entry.first == reason) {
+void frame_sink::frame_of_unread_link(uint32_t link_type) {
+  ++m_records;
+  for (auto& entry : m_unread_links)
+    if (entry.first == link_type) {
       ++entry.second;
       return;
     }
-  m_skipped.emplace_back(reason, 1);
+  m_unread_links.emplace_back(link_type, 1);
 }
 
-void frame_sink::frame_of_unread_link(uint32_t link_type) {
-  ++m_records;
-  count("link type " + std::to_string(link_type));
-}
-
-void frame_sink::unreadable_packet(const char* reason) {
-  ++m_records;
-  count(reason);
+std::vector<std::pair<std::string, uint64_t>> frame_sink::counts() const {
+  std::vector<std::pair<std::string, uint64_t>> list;
+  if (m_too_short > 0) list.emplace_back(k_skip_too_short, m_too_short);
+  for (const auto& [link_type, n] : m_unread_links) list.emplace_back("link type " + std::to_string(link_type), n);
+  if (m_undescribed > 0) list.emplace_back(k_skip_undescribed_interface, m_undescribed);
+  if (m_damaged > 0) list.emplace_back(k_skip_damaged_block, m_damaged);
+  return list;
 }
 
 void frame_sink::link_type_declared(uint32_t link_type) {
@@ -60,26 +62,23 @@ void frame_sink::stop(std::string reason) {
 void frame_sink::fill(file_outcome& outcome) const {
   outcome.records = m_records;
   outcome.link_types = m_link_types;
-  outcome.skipped.clear();
-  if (m_too_short > 0) outcome.skipped.emplace_back(k_skip_too_short, m_too_short);
-  outcome.skipped.insert(outcome.skipped.end(), m_skipped.begin(), m_skipped.end());
+  outcome.skipped = counts();
   outcome.stopped = m_stopped;
 }
 
 std::string frame_sink::notes() const {
   std::string text;
-  uint64_t skipped = m_too_short;
-  for (const auto& entry : m_skipped) skipped += entry.second;
+  const std::vector<std::pair<std::string, uint64_t>> list = counts();
+  uint64_t skipped = 0;
+  for (const auto& entry : list) skipped += entry.second;
   if (skipped > 0) {
     text += "Skipped " + std::to_string(skipped) + " of " + std::to_string(m_records) +
             (m_records == 1 ? " frame: " : " frames: ");
     const char* separator = "";
-    auto add = [&](const std::string& reason, uint64_t n) {
+    for (const auto& [reason, n] : list) {
       text += separator + reason + " (" + std::to_string(n) + ")";
       separator = ", ";
-    };
-    if (m_too_short > 0) add(k_skip_too_short, m_too_short);
-    for (const auto& entry : m_skipped) add(entry.first, entry.second);
+    }
     text += "\n";
   }
   if (!m_stopped.empty())

@@ -32,8 +32,12 @@ class frame_sink {
   void report_frame(uint32_t wire_len, uint64_t sec, uint64_t frac, uint8_t digits);
   // The next record is a frame of a link type not read: numbered, counted, not looked at.
   void frame_of_unread_link(uint32_t link_type);
-  // The next record is a packet block that cannot be read (REASON says why): numbered, counted.
-  void unreadable_packet(const char* reason);
+  enum class packet_problem { undescribed_interface, damaged_block };
+  // The next record is a packet block that cannot be read: numbered, counted by PROBLEM.
+  void unreadable_packet(packet_problem problem) noexcept {
+    ++m_records;
+    ++(problem == packet_problem::undescribed_interface ? m_undescribed : m_damaged);
+  }
   // The next record holds no frame (a log entry, an event): numbered, as Wireshark does, and nothing else.
   void record_without_frame() noexcept { ++m_records; }
 
@@ -53,18 +57,24 @@ class frame_sink {
 
  private:
   bool locate(uint32_t link_type, const uint8_t* data, uint32_t cap_len);
-  void count(const std::string& reason);
+  // Every count by reason, in the order the notes give them.
+  std::vector<std::pair<std::string, uint64_t>> counts() const;
 
   frame_context* m_ctx;
   icmp_frame m_frame;  // reused for every frame: nothing is allocated per frame
   uint64_t m_records = 0;
   uint64_t m_too_short = 0;
-  std::vector<std::pair<std::string, uint64_t>> m_skipped;  // other reasons, in order of appearance
+  std::vector<std::pair<uint32_t, uint64_t>> m_unread_links;  // frames by link type, in order of appearance
+  uint64_t m_undescribed = 0;
+  uint64_t m_damaged = 0;
   std::vector<uint32_t> m_link_types;
   std::string m_stopped;
 };
 
-// The reason under which frames too short for their headers are counted.
+// The reasons frames are counted under: too short for their headers, "link type N", and in
+// pcapng a packet block naming an interface not described or whose lengths do not fit.
 extern const char* const k_skip_too_short;
+extern const char* const k_skip_undescribed_interface;
+extern const char* const k_skip_damaged_block;
 
 }  // namespace varn

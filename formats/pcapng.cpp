@@ -297,11 +297,11 @@ class pcapng_walker {
   void packet(uint32_t id, const uint8_t* data, uint32_t cap_len, uint32_t wire_len, uint64_t space, uint64_t ts,
               bool timed) {
     if (id >= m_interfaces.size()) {
-      m_sink.unreadable_packet("undescribed interface");
+      m_sink.unreadable_packet(frame_sink::packet_problem::undescribed_interface);
       return;
     }
     if (cap_len > space) {
-      m_sink.unreadable_packet("damaged packet block");
+      m_sink.unreadable_packet(frame_sink::packet_problem::damaged_block);
       return;
     }
     const interface_info& i = m_interfaces[id];
@@ -343,7 +343,7 @@ class pcapng_walker {
 
   void enhanced_packet(const uint8_t* b, uint32_t length) {
     if (length < packet_min) {
-      m_sink.unreadable_packet("damaged packet block");
+      m_sink.unreadable_packet(frame_sink::packet_problem::damaged_block);
       return;
     }
     const uint64_t ts = static_cast<uint64_t>(m_order.u32(b + 12)) << 32 | m_order.u32(b + 16);
@@ -352,7 +352,7 @@ class pcapng_walker {
 
   void obsolete_packet(const uint8_t* b, uint32_t length) {
     if (length < packet_min) {
-      m_sink.unreadable_packet("damaged packet block");
+      m_sink.unreadable_packet(frame_sink::packet_problem::damaged_block);
       return;
     }
     const uint64_t ts = static_cast<uint64_t>(m_order.u32(b + 12)) << 32 | m_order.u32(b + 16);
@@ -363,7 +363,7 @@ class pcapng_walker {
   // of interface 0; there is no timestamp.
   void simple_packet(const uint8_t* b, uint32_t length) {
     if (length < simple_packet_min) {
-      m_sink.unreadable_packet("damaged packet block");
+      m_sink.unreadable_packet(frame_sink::packet_problem::damaged_block);
       return;
     }
     const uint32_t wire_len = m_order.u32(b + 8);
