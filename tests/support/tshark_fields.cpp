@@ -60,9 +60,6 @@ std::string report_type_name(bool v6, unsigned type, unsigned code) {
   return type < 5 ? errors[type] : type >= 128 && type <= 137 ? v6_names[type - 128] : "<unk type>";
 }
 
-namespace {
-
-// frame.time_epoch as the report's date and time; empty for seconds 0 and from 2^31 on.
 std::string epoch_text(const std::string& epoch) {
   const long long seconds = epoch.empty() ? 0 : std::stoll(epoch);
   if (seconds <= 0 || seconds >= 2147483648LL) return " , ";
@@ -73,15 +70,11 @@ std::string epoch_text(const std::string& epoch) {
   return text + (epoch.substr(epoch.find('.') + 1) + "000").substr(0, 3);
 }
 
-// An IPv6 address in its usual form (other texts unchanged), for comparing without the report's
-// first-zero-run rule.
 std::string canonical(const std::string& text) {
   unsigned char a[16];
   char out[INET6_ADDRSTRLEN];
   return inet_pton(AF_INET6, text.c_str(), a) == 1 ? inet_ntop(AF_INET6, a, out, sizeof out) : text;
 }
-
-}  // namespace
 
 std::map<unsigned, std::string> report_records(const std::string& report) {
   std::map<unsigned, std::string> records;

@@ -19,6 +19,13 @@ bool have_programs(const std::vector<std::string>& names);
 // the reason by code.
 std::string report_type_name(bool v6, unsigned type, unsigned code);
 
+// tshark's frame.time_epoch as the report's date and time ("YYYY-MM-DD , HH:MM:SS.mmm"); " , "
+// for no time, seconds 0 and from 2^31 on (the report leaves them blank).
+std::string epoch_text(const std::string& epoch);
+// An IPv6 address in its usual text form (other texts unchanged), for comparing without the
+// report's first-zero-run rule.
+std::string canonical(const std::string& text);
+
 // The metadata lines of a report by frame number, in the comparable form (the type name without
 // the identifier and the randomness warning; IPv6 addresses in their usual text form).
 std::map<unsigned, std::string> report_records(const std::string& report);
