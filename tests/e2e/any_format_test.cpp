@@ -409,28 +409,5 @@ TEST(any_format_test, a_pipe_reads_like_the_file) {
   }
 }
 
-// A -pipe list of FIFOs, each fed by its own writer, reads like the list of the files.
-TEST(any_format_test, a_list_of_fifos_reads_like_the_list_of_files) {
-  temp_dir scratch;
-  const std::vector<std::string> files = {k_formats_dir + "/cooked-v1.pcap", k_formats_dir + "/dumpcap-two-interfaces.pcapng",
-                                          k_formats_dir + "/scapy-tags-exthdrs.pcap"};
-  std::string feed, fifo_list, file_list;
-  for (size_t i = 0; i < files.size(); ++i) {
-    const std::string fifo = scratch.file("fifo-" + std::to_string(i));
-    feed += "mkfifo " + quoted(fifo) + " && (cat " + quoted(files[i]) + " > " + quoted(fifo) + " &) && ";
-    fifo_list += fifo + "\n";
-    file_list += files[i] + "\n";
-  }
-  const std::string varn = quoted(varn_binary());
-  std::string from_fifos = shell_output(feed + "printf '" + fifo_list + "' | " + varn + " -any_format -pipe 2>&1");
-  std::string from_files = shell_output("printf '" + file_list + "' | " + varn + " -any_format -pipe 2>&1");
-  for (std::string* text : {&from_fifos, &from_files}) {
-    for (size_t at; (at = text->find("Processing file: ")) != std::string::npos;) text->erase(at, text->find('\n', at) - at);
-    *text = text->substr(text->find("\n\n"));
-  }
-  EXPECT_EQ(from_fifos, from_files);
-  EXPECT_EQ(std::count(from_files.begin(), from_files.end(), '\n') > 40, true) << from_files;
-}
-
 }  // namespace
 }  // namespace varn_test
