@@ -149,14 +149,18 @@ make_workload one-frame icmp 0 1
 [ "$with_4g" = 1 ] && make_workload mixed-4g mixed 4G
 
 # make_pcapng NAME: DIR/NAME.pcapng, editcap's pcapng form of DIR/NAME.pcap, remade when the
-# classic file's stamp changes. Sets have_pcapng.
+# classic file's stamp changes. Sets have_pcapng. The file is written through dd in 4 MiB blocks:
+# the small writes of editcap leave a file that the kernel serves from its page cache about
+# half as fast again (cat of the same bytes: 0.44 s against 0.30 s here), which would be timed
+# as varn's.
 have_pcapng=0
 make_pcapng() {
   local name=$1 file=$dir/$1.pcapng stamp=$dir/$1.pcapng.stamp
   command -v editcap >/dev/null || { echo "editcap not installed: no pcapng workload" >&2; return 0; }
   if ! [ -f "$file" ] || ! [ -f "$stamp" ] || ! cmp -s "$stamp" "$dir/$name.stamp"; then
     echo "making $file" >&2
-    editcap -F pcapng "$dir/$name.pcap" "$file" || die "editcap failed on $dir/$name.pcap"
+    editcap -F pcapng "$dir/$name.pcap" - | dd of="$file" bs=4M iflag=fullblock status=none ||
+      die "editcap failed on $dir/$name.pcap"
     cp "$dir/$name.stamp" "$stamp"
   fi
   have_pcapng=1
