@@ -150,9 +150,9 @@ make_workload one-frame icmp 0 1
 
 # make_pcapng NAME: DIR/NAME.pcapng, editcap's pcapng form of DIR/NAME.pcap, remade when the
 # classic file's stamp changes. Sets have_pcapng. The file is written through dd in 4 MiB blocks:
-# the small writes of editcap leave a file that the kernel serves from its page cache about
-# half as fast again (cat of the same bytes: 0.44 s against 0.30 s here), which would be timed
-# as varn's.
+# the file editcap writes in small pieces takes the kernel about 1.5 times as long to serve from
+# its page cache (cat of the same bytes: 0.44 s against 0.30 s here), which would be timed as
+# varn's.
 have_pcapng=0
 make_pcapng() {
   local name=$1 file=$dir/$1.pcapng stamp=$dir/$1.pcapng.stamp
