@@ -11,7 +11,7 @@ namespace varn {
 
 namespace {
 
-// Block types (pcapng specification, IETF draft-ietf-opsawg-pcapng).
+// Block types, as the IETF draft draft-ietf-opsawg-pcapng numbers them.
 constexpr uint32_t block_section_header = 0x0A0D0D0A;
 constexpr uint32_t block_interface = 0x00000001;
 constexpr uint32_t block_packet_obsolete = 0x00000002;
