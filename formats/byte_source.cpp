@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <new>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace varn {
@@ -19,8 +20,14 @@ bool byte_source::open(const std::string& name) {
   if (fd < 0) return false;
   attach(fd);
   m_owns_fd = true;
-  // A hint for regular files; pipes refuse it, which is fine.
-  (void)::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+  struct stat st;
+  if (::fstat(fd, &st) == 0 && S_ISFIFO(st.st_mode)) {
+    // A larger pipe lets the writer run ahead and each read take more at once (the system's
+    // limit, fs.pipe-max-size, may refuse it: the pipe then stays as it is).
+    (void)::fcntl(fd, F_SETPIPE_SZ, static_cast<int>(m_read_size));
+  } else {
+    (void)::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+  }
   return true;
 }
 
