@@ -1,0 +1,153 @@
+#include "conversations/sender_fillers.hpp"
+
+#include <cstddef>
+#include <array>
+
+namespace varn::conversations {
+
+namespace {
+
+constexpr std::array<const char*, static_cast<size_t>(filler::count_)> k_names = {
+    "none", "empty", "iputils", "iputils-pattern", "bsd", "solaris", "openbsd", "busybox", "windows",
+    "cisco", "fping", "mtr", "hping3", "traceroute", "fping-random", "truncated"};
+
+// Fewer captured bytes than this, of a payload the capture cut, are not enough to tell a filler
+// from data: the longest clock prefix (OpenBSD's) is 24 bytes.
+constexpr uint32_t k_min_judged = 24;
+
+uint32_t le32(const uint8_t* p) noexcept {
+  return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 | static_cast<uint32_t>(p[2]) << 16 |
+         static_cast<uint32_t>(p[3]) << 24;
+}
+uint32_t be32(const uint8_t* p) noexcept {
+  return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 | static_cast<uint32_t>(p[2]) << 8 |
+         static_cast<uint32_t>(p[3]);
+}
+
+bool all_equal(const uint8_t* p, uint32_t from, uint32_t to, uint8_t value) noexcept {
+  for (uint32_t i = from; i < to; ++i)
+    if (p[i] != value) return false;
+  return true;
+}
+
+// Byte i = i (modulo 256) from byte FROM on.
+bool counter_from(const uint8_t* p, uint32_t from, uint32_t n) noexcept {
+  for (uint32_t i = from; i < n; ++i)
+    if (p[i] != static_cast<uint8_t>(i)) return false;
+  return true;
+}
+
+// iputils: struct timeval in x86-64 order, seconds below 2^32 and microseconds below 10^6.
+bool linux_timeval(const uint8_t* p, uint32_t n) noexcept {
+  return n >= 16 && all_equal(p, 4, 8, 0) && all_equal(p, 11, 16, 0) && le32(p + 8) < 1000000;
+}
+// Solaris/illumos on SPARC, 64-bit: the same timeval in big-endian order.
+bool big_endian_timeval(const uint8_t* p, uint32_t n) noexcept {
+  return n >= 16 && all_equal(p, 0, 4, 0) && all_equal(p, 8, 12, 0) && be32(p + 12) < 1000000;
+}
+// FreeBSD, macOS: 32-bit seconds and microseconds, big-endian.
+bool bsd_clock(const uint8_t* p, uint32_t n) noexcept { return n >= 8 && be32(p + 4) < 1000000; }
+// Solaris/illumos on x86, 32-bit Linux: the same in little-endian order.
+bool le8_clock(const uint8_t* p, uint32_t n) noexcept { return n >= 8 && le32(p + 4) < 1000000; }
+// OpenBSD: 64-bit seconds and nanoseconds, big-endian, then a 64-bit MAC.
+bool openbsd_clock(const uint8_t* p, uint32_t n) noexcept {
+  return n >= 24 && all_equal(p, 8, 12, 0) && be32(p + 12) < 1000000000;
+}
+
+// fping -R: byte k is the low byte of the k-th glibc random() value. glibc's generator adds
+// (r[i] = r[i-3] + r[i-31] modulo 2^32, output r[i] >> 1), so every output's low byte is the sum
+// of those 3 and 31 places before it, or one more (the carry out of the bit shifted away). Nine
+// such bytes or more leave a chance match at 2^-63 or less.
+bool glibc_random_bytes(const uint8_t* p, uint32_t n) noexcept {
+  if (n < 40) return false;
+  for (uint32_t i = 31; i < n; ++i)
+    if (static_cast<uint8_t>(p[i] - p[i - 3] - p[i - 31]) > 1) return false;
+  return true;
+}
+
+uint32_t pattern_hash(const uint8_t* p, uint32_t n) noexcept {
+  uint32_t h = 2166136261u ^ n;
+  for (uint32_t i = 0; i < n; ++i) h = (h ^ p[i]) * 16777619u;
+  return h | 1;  // never 0: 0 means "no variant"
+}
+
+// iputils -p: the pattern (1 to 16 bytes) repeats from byte 0 in whole copies, the bytes behind
+// the last whole copy are 0 or the pattern's next bytes, and the clock overwrites bytes 0-15. At least two copies must be
+// visible behind the clock. Returns the pattern length, or 0.
+uint32_t pattern_period(const uint8_t* p, uint32_t captured, uint32_t length, uint32_t start) noexcept {
+  for (uint32_t period = 1; period <= 16; ++period) {
+    const uint32_t whole = length / period * period;
+    const uint32_t seen = whole < captured ? whole : captured;
+    if (seen < start + 2 * period) continue;
+    bool repeats = true;
+    for (uint32_t i = start + period; i < seen && repeats; ++i) repeats = p[i] == p[i - period];
+    if (!repeats) continue;
+    // Behind the last whole copy: zeros, or the pattern going on (it depends on the order of
+    // iputils' options).
+    const uint32_t tail_end = length < captured ? length : captured;
+    bool continues = true;
+    for (uint32_t i = seen; i < tail_end && continues; ++i) continues = p[i] == p[i - period];
+    if (continues || all_equal(p, seen, tail_end, 0)) return period;
+  }
+  return 0;
+}
+
+}  // namespace
+
+const char* filler_name(filler f) noexcept {
+  const size_t i = static_cast<size_t>(f);
+  return i < k_names.size() ? k_names[i] : "none";
+}
+
+filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t length) noexcept {
+  if (captured > length) captured = length;
+  if (length == 0) return {filler::empty, 0, 0};
+  if (captured < length && captured < k_min_judged) return {filler::truncated, 0, 0};
+  const uint32_t n = captured;
+
+  // One byte value throughout.
+  if (all_equal(p, 1, n, p[0])) {
+    if (p[0] == 0) return {length == 36 ? filler::mtr : filler::fping, 0, 0};
+    if (p[0] == 'X') return {filler::hping3, 0, 0};
+    return {filler::mtr, 0, p[0]};
+  }
+  // Fixed texts from byte 0.
+  {
+    uint32_t i = 0;
+    while (i < n && p[i] == static_cast<uint8_t>('a' + i % 23)) ++i;
+    if (i == n) return {filler::windows, 0, 0};
+  }
+  {
+    uint32_t i = 0;
+    while (i < n && p[i] == ((i & 1) == 0 ? 0xab : 0xcd)) ++i;
+    if (i == n) return {filler::cisco, 0, 0};
+  }
+  {
+    uint32_t i = 0;
+    while (i < n && p[i] == 0x40 + ((i + 8) & 0x3f)) ++i;
+    if (i == n) return {filler::traceroute, 0, 0};
+  }
+  // A clock, then byte i = i.
+  if (counter_from(p, 16, n) && n >= 16) {
+    if (linux_timeval(p, n)) return {filler::iputils, 16, 0};
+    if (big_endian_timeval(p, n)) return {filler::solaris, 16, 0};
+  }
+  if (n >= 8 && counter_from(p, 8, n)) {
+    if (bsd_clock(p, n)) return {filler::bsd, 8, 0};
+    if (le8_clock(p, n)) return {filler::solaris, 8, 0};
+  }
+  if (n >= 24 && counter_from(p, 24, n) && openbsd_clock(p, n)) return {filler::openbsd, 24, 0};
+  if (counter_from(p, 0, n)) return {filler::iputils, 0, 0};  // iputils -s below 16: no clock
+  // busybox: a 4-byte clock, then one fill byte.
+  if (n >= 5 && all_equal(p, 5, n, p[4])) return {filler::busybox, 4, p[4]};
+  // iputils -p.
+  const uint32_t start = length >= 16 ? 16 : 0;
+  if (start == 0 || linux_timeval(p, n)) {
+    const uint32_t period = pattern_period(p, n, length, start);
+    if (period != 0) return {filler::iputils_pattern, static_cast<uint8_t>(start), pattern_hash(p + start, period)};
+  }
+  if (glibc_random_bytes(p, n)) return {filler::fping_random, 0, 0};
+  return {filler::none, 0, 0};
+}
+
+}  // namespace varn::conversations
