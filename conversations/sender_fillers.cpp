@@ -146,6 +146,11 @@ filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t leng
     const uint32_t period = pattern_period(p, n, length, start);
     if (period != 0) return {filler::iputils_pattern, static_cast<uint8_t>(start), pattern_hash(p + start, period)};
   }
+  // FreeBSD, macOS -p: the pattern behind the 8-byte clock.
+  if (bsd_clock(p, n) || le8_clock(p, n)) {
+    const uint32_t period = pattern_period(p, n, length, 8);
+    if (period != 0) return {bsd_clock(p, n) ? filler::bsd : filler::solaris, 8, pattern_hash(p + 8, period)};
+  }
   if (glibc_random_bytes(p, n)) return {filler::fping_random, 0, 0};
   return {filler::none, 0, 0};
 }

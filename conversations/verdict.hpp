@@ -7,9 +7,10 @@
 
 namespace varn::conversations {
 
-// A weak indicator counts only when the unrecognised payloads vary at least this often: a
-// payload that never changes is an unknown sender's filler, not data.
-constexpr uint32_t k_weak_needs_changes = 1;
+// A weak indicator counts only when the unrecognised payloads changed at least this often: a
+// payload that never changes is an unknown sender's filler, not data, and two runs of a tool
+// with a random payload (nping --data-length) change it once.
+constexpr uint32_t k_weak_needs_changes = 2;
 
 // Flagged when a strong indicator fired, or a weak one while the unrecognised payloads changed
 // (E.data_changes >= k_weak_needs_changes). FIRED is fired_indicators(E).
