@@ -5,6 +5,7 @@
 
 #include "conversations/indicators.hpp"
 #include "conversations/sender_fillers.hpp"
+#include "report/icmp_names.hpp"
 #include "zq/zq_address_text.hpp"
 #include "zq/zq_time.hpp"
 
@@ -42,13 +43,19 @@ void date_time_texts(int64_t ns, std::string& date, std::string& time_of_day) {
   zq::format_date_time(t, date, time_of_day);
 }
 
-std::string kind_text(const conversation& c) {
+std::string kind_text(const conversation& c, bool ipv6) {
   char text[32];
   if (c.echo()) {
     const char* what = c.kind == 13 ? "timestamp" : c.kind == 15 ? "info" : c.kind == 17 ? "mask" : "echo";
     std::snprintf(text, sizeof text, "%s id 0x%04x", what, static_cast<unsigned>(c.discriminator));
   } else {
-    std::snprintf(text, sizeof text, "type %u", static_cast<unsigned>(c.discriminator));
+    const uint8_t type = static_cast<uint8_t>(c.discriminator);
+    const char* name = ipv6 ? icmpv6_type_name(type, 0xff) : icmpv4_type_name(type, 0);
+    if (name[0] == '<') {
+      std::snprintf(text, sizeof text, "type %u", static_cast<unsigned>(type));
+    } else {
+      return name;
+    }
   }
   return text;
 }
@@ -86,7 +93,7 @@ std::string indicator_names(uint32_t bits, const char* separator) {
 
 std::string conversation_column_header() {
   return "  first , date [utc] ,  start [utc] ,    end [utc] , proto  ,         initiator         ,"
-         "        responder         ,      message       , frames ,   req ,   rep , unans , orphn ,"
+         "        responder         ,        message         , frames ,   req ,   rep , unans , orphn ,"
          "  mism ,   dup ,   rtt min/mean/max [ms]  , bytes out ,  bytes in , fillers , verdict\n\n";
 }
 
@@ -109,7 +116,7 @@ std::string conversation_line(const closed_conversation& cc) {
   s += k_sep;
   pad_left(s, address_text(cc.responder, v6), 24);
   s += k_sep;
-  pad_left(s, kind_text(c), 18);
+  pad_left(s, kind_text(c, v6), 22);
   s += k_sep;
   pad_right(s, std::to_string(c.frames), 6);
   auto count = [&](uint32_t v, bool echo_only) {
