@@ -26,6 +26,8 @@
 #   icmp-256m.pcap    256 MiB: only ICMP/ICMPv6, payloads 1-1472 bytes (every frame gets an MD5)
 #   small-256m.pcap   256 MiB of 64-byte frames, ~5 % ICMP/ICMPv6
 #   one-frame.pcap    a single ICMP frame, for the start-up time
+#   sweep-1m.pcap     a ping sweep of 1,200,000 targets within one minute (1.9 million frames):
+#                     the peak memory of -summary with every target a live conversation
 #   mixed-4g.pcap     4 GiB mixed, only with --with-4g
 #
 # The pattern run uses -find_pattern "0x45 ? ? 0x54": an IPv4 header (version 4, IHL 5) of total
@@ -77,6 +79,7 @@ command -v tcpdump >/dev/null || need+=(tcpdump)
 command -v xxd >/dev/null || need+=(xxd)
 command -v hyperfine >/dev/null || need+=(hyperfine)
 command -v jq >/dev/null || need+=(jq)
+command -v tshark >/dev/null || need+=(tshark)
 command -v md5sum >/dev/null || need+=(coreutils)
 [ -x /usr/bin/time ] || need+=(time)
 if [ "$micro" = 1 ] && [ ! -f /usr/include/benchmark/benchmark.h ]; then need+=(libbenchmark-dev); fi
@@ -144,6 +147,7 @@ make_workload mixed-256m mixed 256M
 make_workload icmp-256m icmp 256M
 make_workload small-256m small 256M
 make_workload one-frame icmp 0 1
+make_workload sweep-1m sweep 0 1920000
 [ "$with_4g" = 1 ] && make_workload mixed-4g mixed 4G
 
 mixed=$dir/mixed-1g.pcap
@@ -151,6 +155,7 @@ mixed256=$dir/mixed-256m.pcap
 icmp=$dir/icmp-256m.pcap
 small=$dir/small-256m.pcap
 one=$dir/one-frame.pcap
+sweep=$dir/sweep-1m.pcap
 mixed4g=$dir/mixed-4g.pcap
 
 # stamp_field NAME FIELD: a number from the generator's summary line ("N icmp frames").
@@ -159,7 +164,7 @@ stamp_field() { sed -n 2p "$dir/$1.stamp" | grep -oE "[0-9]+ $2" | cut -d' ' -f1
 # ---- Sanity: a default run prints one metadata line per ICMP frame, and the payloads built to
 # look random are the ones reported so.
 
-workloads=(mixed-1g mixed-256m icmp-256m small-256m one-frame)
+workloads=(mixed-1g mixed-256m icmp-256m small-256m one-frame sweep-1m)
 [ "$with_4g" = 1 ] && workloads+=(mixed-4g)
 for w in "${workloads[@]}"; do
   cat "$dir/$w.pcap" >/dev/null  # into the page cache
@@ -203,6 +208,8 @@ measure md5sum_icmp "$runs" "md5sum $icmp"
 measure varn_icmp "$runs" "$varn -ifile $icmp"
 measure tcpdump_icmp "$slow_runs" "$tcpdump_bin -nn -r $icmp"
 measure varn_icmp_hex "$runs" "$varn -ifile $icmp -dump_hdr -dump_payload"
+measure varn_icmp_summary "$runs" "$varn -ifile $icmp -summary"
+measure tshark_icmp_srt "$slow_runs" "tshark -n -q -r $icmp -z icmp,srt -z icmpv6,srt"
 measure xxd_icmp "$slow_runs" "xxd $icmp"
 measure tcpdump_icmp_hex "$slow_runs" "$tcpdump_bin -nn -XX -r $icmp"
 
@@ -242,6 +249,10 @@ peak_rss small_256m "$varn" -ifile "$small"
 peak_rss mixed_1g_pattern "$varn" -ifile "$mixed" -find_pattern "$pattern"
 peak_rss one_frame "$varn" -ifile "$one"
 [ "$with_4g" = 1 ] && peak_rss mixed_4g "$varn" -ifile "$mixed4g"
+peak_rss icmp_256m_summary "$varn" -ifile "$icmp" -summary
+peak_rss sweep_summary "$varn" -ifile "$sweep" -summary
+peak_rss sweep_default "$varn" -ifile "$sweep"
+sweep_conversations=$(sed -n 2p "$dir/sweep-1m.stamp" | grep -oE "[0-9]+ records" | cut -d' ' -f1)
 
 # ---- The table.
 
@@ -284,12 +295,17 @@ table() {
   row 4 "small 256 MiB default: tcpdump -nn icmp / varn" varn_small tcpdump_small speedup 10
   row 5 "mixed 1 GiB -find_pattern: pattern / default" varn_mixed_pattern varn_mixed max 2
   row 7 "one frame: varn / cat (start-up)" varn_one cat_one max 2
+  row 8 "icmp 256 MiB: -summary / default" varn_icmp_summary varn_icmp max 1.3
+  row 8 "icmp 256 MiB: tshark -z icmp,srt / -summary" varn_icmp_summary tshark_icmp_srt speedup 10
 
   # Goal 6: peak resident memory at most 8 MiB everywhere, and the same for 256 MiB and 1 GiB:
   # within 256 KiB, since the largest of three runs of one file already varies by about 128 KiB
   # (allocator and loader pages), while growth with the file size would be far more.
   local limit_kb=8192 worst=0 k
-  for k in "${!rss[@]}"; do [ "${rss[$k]}" -gt "$worst" ] && worst=${rss[$k]}; done
+  for k in "${!rss[@]}"; do
+    case $k in *summary) continue ;; esac  # -summary keeps its live conversations (goal 8 below)
+    [ "${rss[$k]}" -gt "$worst" ] && worst=${rss[$k]}
+  done
   local r6=PASS
   [ "$worst" -le "$limit_kb" ] || r6=FAIL
   [ "$r6" = PASS ] || fails=$((fails + 1))
@@ -308,11 +324,19 @@ table() {
     printf "$fmt" 6 "peak RSS mixed 4 GiB vs 1 GiB" "${rss[mixed_4g]} KiB" "${rss[mixed_1g]} KiB" "" "+-256 KiB" "$same"
   fi
 
+  # Goal 8: the peak memory of -summary on the sweep, where every target is a live conversation:
+  # reported, with the bytes per conversation above the default run's peak.
+  local targets=$(( sweep_conversations * 10 / 16 ))
+  printf "$fmt" 8 "peak RSS -summary, sweep of ~${targets} targets" "${rss[sweep_summary]} KiB" \
+    "${rss[sweep_default]} KiB" "" "reported" \
+    "$(awk -v s="${rss[sweep_summary]}" -v d="${rss[sweep_default]}" -v n="$targets" \
+      'BEGIN {printf "%.0f B/conversation", (s - d) * 1024 / n}')"
+
   echo
   echo "median wall time and mean CPU time (user + system) [s]:"
   local key
   for key in cat_mixed varn_mixed varn_mixed_pattern tcpdump_mixed md5sum_icmp varn_icmp tcpdump_icmp \
-             varn_icmp_hex xxd_icmp tcpdump_icmp_hex cat_small varn_small tcpdump_small cat_one varn_one \
+             varn_icmp_hex varn_icmp_summary tshark_icmp_srt xxd_icmp tcpdump_icmp_hex cat_small varn_small tcpdump_small cat_one varn_one \
              varn_mixed_4g; do
     [ -n "${median[$key]:-}" ] && awk -v k="$key" -v m="${median[$key]}" -v c="${cpu[$key]}" \
       'BEGIN {printf "  %-20s %10.4f %10.4f\n", k, m, c}'
@@ -322,7 +346,8 @@ table() {
       'BEGIN {printf "  4 GiB / 1 GiB time: %.2fx (4.00x is linear)\n", t / t1}'
   fi
   echo "peak RSS [KiB]:"
-  for key in mixed_1g mixed_256m mixed_4g icmp_256m icmp_256m_hex small_256m mixed_1g_pattern one_frame; do
+  for key in mixed_1g mixed_256m mixed_4g icmp_256m icmp_256m_hex icmp_256m_summary small_256m mixed_1g_pattern \
+             one_frame sweep_default sweep_summary; do
     [ -n "${rss[$key]:-}" ] && printf '  %-20s %s\n' "$key" "${rss[$key]}"
   done
   echo "workloads (seed $seed):"

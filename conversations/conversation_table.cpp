@@ -18,10 +18,16 @@ uint64_t mix(uint64_t h) noexcept {
 }  // namespace
 
 uint64_t hash_pair_key(bool ipv6, const uint8_t* first, const uint8_t* second) noexcept {
+  if (!ipv6) {
+    uint32_t a, b;
+    std::memcpy(&a, first, 4);
+    std::memcpy(&b, second, 4);
+    return mix(static_cast<uint64_t>(a) << 32 | b);
+  }
   uint64_t w[4];
   std::memcpy(w, first, 16);
   std::memcpy(w + 2, second, 16);
-  uint64_t h = ipv6 ? 0x6a09e667f3bcc909ull : 0xbb67ae8584caa73bull;
+  uint64_t h = 0x6a09e667f3bcc909ull;
   for (uint64_t x : w) h = mix(h ^ x);
   return h;
 }
@@ -59,7 +65,7 @@ uint32_t conversation_table::find_or_add_pair(bool ipv6, const uint8_t* x, const
   p.first = a;
   p.second = b;
   p.ipv6 = ipv6;
-  m_pair_index.insert(h, i, [this](uint32_t r) { return pair_hash(r); });
+  m_pair_index.insert(h, i);
   return i;
 }
 
@@ -78,7 +84,7 @@ uint32_t conversation_table::find_or_add_conversation(uint32_t pair, uint16_t di
     c.discriminator = discriminator;
     c.kind = kind;
     c.initiator_first = initiator_first;
-    m_conversation_index.insert(h, i, [this](uint32_t r) { return conversation_hash(r); });
+    m_conversation_index.insert(h, i);
     ++m_pairs[pair].live;
     // Append to the activity order.
     c.lru_prev = m_lru_tail;
@@ -113,7 +119,7 @@ void conversation_table::touch(uint32_t i) noexcept {
 
 void conversation_table::retire(uint32_t i) {
   unlink(i);
-  m_conversation_index.erase(conversation_hash(i), i, [this](uint32_t r) { return conversation_hash(r); });
+  m_conversation_index.erase(conversation_hash(i), i);
   host_pair& p = m_pairs[m_conversations[i].pair];
   if (p.live > 0) --p.live;
 }
@@ -121,7 +127,7 @@ void conversation_table::retire(uint32_t i) {
 void conversation_table::release_conversation(uint32_t i) { m_conversations.release(i); }
 
 void conversation_table::release_pair(uint32_t i) {
-  m_pair_index.erase(pair_hash(i), i, [this](uint32_t r) { return pair_hash(r); });
+  m_pair_index.erase(pair_hash(i), i);
   m_pairs.release(i);
 }
 

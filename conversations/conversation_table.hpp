@@ -50,36 +50,37 @@ class slab {
   size_t m_live = 0;
 };
 
-// Linear-probing index of record numbers (stored plus one; 0 is an empty slot).
+// Linear-probing index of record numbers. A slot holds the record number plus one (0: empty) in
+// its low half and the key's hash in its high half, so that probing and closing gaps read the
+// index alone, not the records.
 class index_map {
  public:
   index_map() : m_slots(1024, 0) {}
   template <typename Eq>
   uint32_t find(uint64_t hash, Eq&& eq) const {
-    for (size_t i = hash & mask();; i = (i + 1) & mask()) {
-      const uint32_t s = m_slots[i];
+    const uint32_t h = static_cast<uint32_t>(hash);
+    for (size_t i = h & mask();; i = (i + 1) & mask()) {
+      const uint64_t s = m_slots[i];
       if (s == 0) return k_no_index;
-      if (eq(s - 1)) return s - 1;
+      if (static_cast<uint32_t>(s >> 32) == h && eq(static_cast<uint32_t>(s) - 1)) return static_cast<uint32_t>(s) - 1;
     }
   }
-  template <typename Hash>
-  void insert(uint64_t hash, uint32_t record, Hash&& hash_of) {
-    if ((m_used + 1) * 10 > m_slots.size() * 7) grow(hash_of);
-    place(hash, record);
+  void insert(uint64_t hash, uint32_t record) {
+    if ((m_used + 1) * 10 > m_slots.size() * 7) grow();
+    place(static_cast<uint64_t>(static_cast<uint32_t>(hash)) << 32 | (record + 1u));
     ++m_used;
   }
   // Removes RECORD (whose hash is HASH) and closes the gap behind it.
-  template <typename Hash>
-  void erase(uint64_t hash, uint32_t record, Hash&& hash_of) {
-    size_t i = hash & mask();
-    while (m_slots[i] != record + 1) {
+  void erase(uint64_t hash, uint32_t record) {
+    size_t i = static_cast<uint32_t>(hash) & mask();
+    while (static_cast<uint32_t>(m_slots[i]) != record + 1) {
       if (m_slots[i] == 0) return;
       i = (i + 1) & mask();
     }
     m_slots[i] = 0;
     --m_used;
     for (size_t j = (i + 1) & mask(); m_slots[j] != 0; j = (j + 1) & mask()) {
-      const size_t home = hash_of(m_slots[j] - 1) & mask();
+      const size_t home = (m_slots[j] >> 32) & mask();
       // Move the entry at J into the hole at I when its home is not within (I, J].
       const bool stays = i <= j ? (home > i && home <= j) : (home > i || home <= j);
       if (!stays) {
@@ -89,23 +90,22 @@ class index_map {
       }
     }
   }
-  size_t bytes() const noexcept { return m_slots.capacity() * sizeof(uint32_t); }
+  size_t bytes() const noexcept { return m_slots.capacity() * sizeof(uint64_t); }
 
  private:
   size_t mask() const noexcept { return m_slots.size() - 1; }
-  void place(uint64_t hash, uint32_t record) {
-    size_t i = hash & mask();
+  void place(uint64_t slot) {
+    size_t i = (slot >> 32) & mask();
     while (m_slots[i] != 0) i = (i + 1) & mask();
-    m_slots[i] = record + 1;
+    m_slots[i] = slot;
   }
-  template <typename Hash>
-  void grow(Hash&& hash_of) {
-    std::vector<uint32_t> old(m_slots.size() * 2, 0);
+  void grow() {
+    std::vector<uint64_t> old(m_slots.size() * 2, 0);
     old.swap(m_slots);
-    for (uint32_t s : old)
-      if (s != 0) place(hash_of(s - 1), s - 1);
+    for (uint64_t s : old)
+      if (s != 0) place(s);
   }
-  std::vector<uint32_t> m_slots;
+  std::vector<uint64_t> m_slots;
   size_t m_used = 0;
 };
 

@@ -136,20 +136,22 @@ void conversation_tracker::finish() {
 }
 
 void conversation_tracker::record_sent_data(pair_evidence& e, const filler_match& fm, const icmp_message& m,
-                                            uint64_t print) {
+                                            const payload_prints& prints) {
   if (fm.variant != 0) {
     const auto end = e.patterns.begin() + e.distinct_patterns;
     if (std::find(e.patterns.begin(), end, fm.variant) == end && e.distinct_patterns < e.patterns.size())
       e.patterns[e.distinct_patterns++] = fm.variant;
   }
   if (fm.label != filler::none || m.captured == 0) return;
-  const uint64_t compared = m.captured > k_compare_from_16_above
-                                ? payload_fingerprint(m.payload + 16, m.captured - 16)
-                                : print;
+  const uint64_t compared = m.captured > k_compare_from_16_above ? prints.from_16 : prints.whole;
   if (e.data_payloads > 0 && compared != e.last_data_print) ++e.data_changes;
   e.last_data_print = compared;
   ++e.data_payloads;
   e.data_bytes += m.captured;
+  // Once text or random payloads have fired their indicator, more of them change nothing.
+  const uint64_t text_enough = k_indicators[static_cast<size_t>(indicator::text_payload)].threshold;
+  const uint64_t random_enough = k_indicators[static_cast<size_t>(indicator::high_entropy)].threshold;
+  if (e.text_payloads >= text_enough || e.random_payloads >= random_enough) return;
   switch (judge_content(m.payload, m.captured)) {
     case content_kind::text: ++e.text_payloads; break;
     case content_kind::random: ++e.random_payloads; break;
@@ -171,7 +173,8 @@ void conversation_tracker::add_echo(const icmp_message& m, uint32_t file, uint64
   const filler_match fm = recognise_filler(m.payload, m.captured, m.length);
   out.label = fm.label;
   c.fillers |= 1u << static_cast<unsigned>(fm.label);
-  const uint64_t print = payload_fingerprint(m.payload, m.captured);
+  const payload_prints prints = fingerprint_payload(m.payload, m.captured);
+  const uint64_t print = prints.whole;
   if (fm.label == filler::none) {
     const tunnel_signature s = find_tunnel_signature(m.payload, m.captured, m.length);
     if (s != tunnel_signature::none) {
@@ -191,7 +194,7 @@ void conversation_tracker::add_echo(const icmp_message& m, uint32_t file, uint64
     r.length = m.length;
     r.sequence = m.sequence;
     c.unanswered += c.book.add_request(r);
-    record_sent_data(e, fm, m, print);
+    record_sent_data(e, fm, m, prints);
   } else {
     ++c.replies;
     c.bytes_in += m.length;
@@ -206,7 +209,7 @@ void conversation_tracker::add_echo(const icmp_message& m, uint32_t file, uint64
       case reply_match::orphan:
         ++c.orphans;
         if (fm.label == filler::none && m.captured > 0) ++e.data_orphans;
-        record_sent_data(e, fm, m, print);  // stands for the request the capture missed
+        record_sent_data(e, fm, m, prints);  // stands for the request the capture missed
         break;
     }
     if (out.pairing.match != reply_match::orphan && out.pairing.echo == echo_check::differs) {

@@ -11,6 +11,7 @@
 #include "conversations/conversation_table.hpp"
 #include "conversations/echo_pairing.hpp"
 #include "conversations/icmp_message.hpp"
+#include "conversations/payload_content.hpp"
 #include "conversations/sender_fillers.hpp"
 
 namespace varn::conversations {
@@ -71,7 +72,7 @@ class conversation_tracker {
   void close_pair(uint32_t p);
   void emit(uint32_t c);
   void release(uint32_t c);
-  void record_sent_data(pair_evidence& e, const filler_match& fm, const icmp_message& m, uint64_t print);
+  void record_sent_data(pair_evidence& e, const filler_match& fm, const icmp_message& m, const payload_prints& prints);
   void add_echo(const icmp_message& m, uint32_t file, uint64_t frame, frame_analysis& out);
   void add_other(const icmp_message& m, uint32_t file, uint64_t frame);
   void add_fragment(const icmp_message& m);

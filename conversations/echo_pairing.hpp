@@ -50,10 +50,18 @@ class echo_book {
   reply_pairing match_reply(uint16_t sequence, uint64_t print, uint32_t captured, uint32_t length, int64_t time_ns);
   // Forgets everything; returns the number of requests that were still waiting.
   uint32_t close();
-  size_t heap_bytes() const noexcept { return m_requests.capacity() * sizeof(echo_request); }
+  size_t heap_bytes() const noexcept { return m_more.capacity() * sizeof(echo_request); }
 
  private:
-  std::vector<echo_request> m_requests;  // in arrival order
+  // The requests in arrival order: the first in place (most conversations of a sweep or a
+  // single ping never need more), the others behind it on the heap.
+  size_t size() const noexcept { return m_has_first ? 1 + m_more.size() : 0; }
+  echo_request& at(size_t i) noexcept { return i == 0 ? m_first : m_more[i - 1]; }
+  void erase_at(size_t i);
+
+  echo_request m_first;
+  bool m_has_first = false;
+  std::vector<echo_request> m_more;
 };
 
 // Whether a reply of CAPTURED/LENGTH bytes with fingerprint PRINT returns request R's payload.

@@ -10,6 +10,14 @@ namespace varn::conversations {
 // different fingerprint with overwhelming odds).
 uint64_t payload_fingerprint(const uint8_t* p, uint32_t n) noexcept;
 
+// Fingerprints of a payload in one pass: of all its bytes, and of its bytes from 16 on (the
+// whole payload's when it has 16 bytes or fewer).
+struct payload_prints {
+  uint64_t whole = 0;
+  uint64_t from_16 = 0;
+};
+payload_prints fingerprint_payload(const uint8_t* p, uint32_t n) noexcept;
+
 enum class content_kind : uint8_t {
   binary,  // none of the kinds below
   text,    // printable ascii and line ends: text, hex digits, base64 or other encodings
@@ -19,7 +27,7 @@ enum class content_kind : uint8_t {
 // Payloads shorter than this are not judged.
 constexpr uint32_t k_min_judged_content = 16;
 // At most this many leading bytes are examined.
-constexpr uint32_t k_content_window = 512;
+constexpr uint32_t k_content_window = 256;
 
 content_kind judge_content(const uint8_t* p, uint32_t n) noexcept;
 

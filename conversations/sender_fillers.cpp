@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <array>
+#include <cstring>
 
 namespace varn::conversations {
 
@@ -14,6 +15,8 @@ constexpr std::array<const char*, static_cast<size_t>(filler::count_)> k_names =
 // Fewer captured bytes than this, of a payload the capture cut, are not enough to tell a filler
 // from data: the longest clock prefix (OpenBSD's) is 24 bytes.
 constexpr uint32_t k_min_judged = 24;
+// Repeated fill bytes (other than zeros) are a filler from this many on.
+constexpr uint32_t k_min_fill = 8;
 
 uint32_t le32(const uint8_t* p) noexcept {
   return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 | static_cast<uint32_t>(p[2]) << 16 |
@@ -25,17 +28,41 @@ uint32_t be32(const uint8_t* p) noexcept {
 }
 
 bool all_equal(const uint8_t* p, uint32_t from, uint32_t to, uint8_t value) noexcept {
-  for (uint32_t i = from; i < to; ++i)
-    if (p[i] != value) return false;
+  if (from >= to) return true;
+  // Every byte equal to the next one, and the first one VALUE.
+  return p[from] == value && std::memcmp(p + from, p + from + 1, to - from - 1) == 0;
+}
+
+// A sequence that repeats with a period, laid out long enough that any run of k_chunk bytes
+// starting at any phase can be compared with memcmp.
+constexpr uint32_t k_chunk = 256;
+struct cycle {
+  uint32_t period;
+  std::array<uint8_t, 256 + k_chunk> bytes;
+};
+template <typename Byte>
+constexpr cycle make_cycle(uint32_t period, Byte byte) {
+  cycle c{period, {}};
+  for (uint32_t i = 0; i < c.bytes.size(); ++i) c.bytes[i] = byte(i % period);
+  return c;
+}
+constexpr cycle k_counter = make_cycle(256, [](uint32_t i) { return static_cast<uint8_t>(i); });
+constexpr cycle k_windows = make_cycle(23, [](uint32_t i) { return static_cast<uint8_t>('a' + i); });
+constexpr cycle k_cisco = make_cycle(2, [](uint32_t i) { return static_cast<uint8_t>(i == 0 ? 0xab : 0xcd); });
+// traceroute -I fills from the ICMP header on: payload byte k is sequence byte k + 8.
+constexpr cycle k_traceroute = make_cycle(64, [](uint32_t i) { return static_cast<uint8_t>(0x40 + ((i + 8) & 0x3f)); });
+
+// Whether P[FROM, N) holds C's bytes, byte i of P being C's byte i modulo the period.
+bool follows(const uint8_t* p, uint32_t from, uint32_t n, const cycle& c) noexcept {
+  for (uint32_t i = from; i < n; i += k_chunk) {
+    const uint32_t len = n - i < k_chunk ? n - i : k_chunk;
+    if (std::memcmp(p + i, c.bytes.data() + i % c.period, len) != 0) return false;
+  }
   return true;
 }
 
 // Byte i = i (modulo 256) from byte FROM on.
-bool counter_from(const uint8_t* p, uint32_t from, uint32_t n) noexcept {
-  for (uint32_t i = from; i < n; ++i)
-    if (p[i] != static_cast<uint8_t>(i)) return false;
-  return true;
-}
+bool counter_from(const uint8_t* p, uint32_t from, uint32_t n) noexcept { return follows(p, from, n, k_counter); }
 
 // iputils: struct timeval in x86-64 order, seconds below 2^32 and microseconds below 10^6.
 bool linux_timeval(const uint8_t* p, uint32_t n) noexcept {
@@ -105,28 +132,16 @@ filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t leng
   if (captured < length && captured < k_min_judged) return {filler::truncated, 0, 0};
   const uint32_t n = captured;
 
-  // One byte value throughout.
+  // One byte value throughout (a fill byte needs 8 bytes to tell it from data).
   if (all_equal(p, 1, n, p[0])) {
     if (p[0] == 0) return {length == 36 ? filler::mtr : filler::fping, 0, 0};
-    if (p[0] == 'X') return {filler::hping3, 0, 0};
-    return {filler::mtr, 0, p[0]};
+    if (p[0] == 'X' && n >= k_min_fill) return {filler::hping3, 0, 0};
+    if (n >= k_min_fill) return {filler::mtr, 0, p[0]};
   }
-  // Fixed texts from byte 0.
-  {
-    uint32_t i = 0;
-    while (i < n && p[i] == static_cast<uint8_t>('a' + i % 23)) ++i;
-    if (i == n) return {filler::windows, 0, 0};
-  }
-  {
-    uint32_t i = 0;
-    while (i < n && p[i] == ((i & 1) == 0 ? 0xab : 0xcd)) ++i;
-    if (i == n) return {filler::cisco, 0, 0};
-  }
-  {
-    uint32_t i = 0;
-    while (i < n && p[i] == 0x40 + ((i + 8) & 0x3f)) ++i;
-    if (i == n) return {filler::traceroute, 0, 0};
-  }
+  // Fixed sequences from byte 0.
+  if (follows(p, 0, n, k_windows)) return {filler::windows, 0, 0};
+  if (follows(p, 0, n, k_cisco)) return {filler::cisco, 0, 0};
+  if (follows(p, 0, n, k_traceroute)) return {filler::traceroute, 0, 0};
   // A clock, then byte i = i.
   if (counter_from(p, 16, n) && n >= 16) {
     if (linux_timeval(p, n)) return {filler::iputils, 16, 0};
@@ -139,7 +154,7 @@ filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t leng
   if (n >= 24 && counter_from(p, 24, n) && openbsd_clock(p, n)) return {filler::openbsd, 24, 0};
   if (counter_from(p, 0, n)) return {filler::iputils, 0, 0};  // iputils -s below 16: no clock
   // busybox: a 4-byte clock, then one fill byte.
-  if (n >= 5 && all_equal(p, 5, n, p[4])) return {filler::busybox, 4, p[4]};
+  if (n >= 4 + k_min_fill && all_equal(p, 5, n, p[4])) return {filler::busybox, 4, p[4]};
   // iputils -p.
   const uint32_t start = length >= 16 ? 16 : 0;
   if (start == 0 || linux_timeval(p, n)) {

@@ -62,7 +62,7 @@ void summary_writer::conversation_closed(const closed_conversation& c) {
     out.write(conversation_column_header());
     m_header_due = false;
   }
-  out.write(conversation_line(c));
+  write_conversation_line(out, c, m_times);
 }
 
 }  // namespace varn::conversations

@@ -12,6 +12,7 @@
 #include "options/extension_options.hpp"
 #include "options/varn_options.hpp"
 #include "report/report_writer.hpp"
+#include "zq/zq_time.hpp"
 
 namespace varn::conversations {
 
@@ -36,6 +37,7 @@ class summary_writer : public report_writer, private conversation_sink {
   std::vector<std::string> m_files;
   bool m_header_due = true;  // the conversation column header is to be written before the next line
   std::unique_ptr<json::text> m_json_text;
+  zq::capture_time_texts m_times;
 };
 
 }  // namespace varn::conversations
