@@ -120,7 +120,8 @@ TEST(conversation_tracker_test, host_pair_evidence_flags_every_echo_conversation
   const std::string text = "Lorem ipsum dolor sit amet, consectetur adipiscing elit, sed do eiusmod tempor incididunt ut"
                            " labore et dolore magna aliqua. Ut enim ad minim veniam, quis nostrud exercitation ullamco.";
   for (uint16_t chunk = 0; chunk < 8; ++chunk) {
-    const std::vector<uint8_t> p(text.begin() + chunk * 24, text.begin() + chunk * 24 + 24);
+    ASSERT_LE(chunk * 20u + 20u, text.size());
+    const std::vector<uint8_t> p(text.begin() + chunk * 20, text.begin() + chunk * 20 + 20);
     t.add((10 + chunk) * k_second, frame4(1, 2, 8, chunk, 0, p));
     t.add((10 + chunk) * k_second + 1000, frame4(2, 1, 0, chunk, 0, p));
   }
