@@ -170,7 +170,7 @@ void conversation_tracker::add_echo(const icmp_message& m, uint32_t file, uint64
   pair_evidence& e = m_table.pair(pi).evidence;
   note_frame(c, m.time_ns, file, frame);
 
-  const filler_match fm = recognise_filler(m.payload, m.captured, m.length);
+  const filler_match fm = recognise_payload(m.echo_kind, m.payload, m.captured, m.length);
   out.label = fm.label;
   c.fillers |= 1u << static_cast<unsigned>(fm.label);
   const payload_prints prints = fingerprint_payload(m.payload, m.captured);
@@ -212,6 +212,8 @@ void conversation_tracker::add_echo(const icmp_message& m, uint32_t file, uint64
         record_sent_data(e, fm, m, prints);  // stands for the request the capture missed
         break;
     }
+    // Only echo replies return the request's data: timestamp and mask replies fill in fields.
+    if (m.echo_kind != 8 && m.echo_kind != 128) out.pairing.echo = echo_check::unknown;
     if (out.pairing.match != reply_match::orphan && out.pairing.echo == echo_check::differs) {
       ++c.mismatched;
       ++e.mismatched_replies;

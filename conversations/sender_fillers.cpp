@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::array<const char*, static_cast<size_t>(filler::count_)> k_names = {
     "none", "empty", "iputils", "iputils-pattern", "bsd", "solaris", "openbsd", "busybox", "windows",
-    "cisco", "fping", "mtr", "hping3", "traceroute", "fping-random", "truncated"};
+    "cisco", "fping", "mtr", "hping3", "traceroute", "fping-random", "pattern", "message-fields", "truncated"};
 
 // Fewer captured bytes than this, of a payload the capture cut, are not enough to tell a filler
 // from data: the longest clock prefix (OpenBSD's) is 24 bytes.
@@ -151,6 +151,9 @@ filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t leng
     if (bsd_clock(p, n)) return {filler::bsd, 8, 0};
     if (le8_clock(p, n)) return {filler::solaris, 8, 0};
   }
+  // FreeBSD, macOS ping6: the 8-byte clock, then 0x00, 0x01, ... from byte 8.
+  if (n >= 8 && follows(p + 8, 0, n - 8, k_counter) && (bsd_clock(p, n) || le8_clock(p, n)))
+    return {bsd_clock(p, n) ? filler::bsd : filler::solaris, 8, 0};
   if (n >= 24 && counter_from(p, 24, n) && openbsd_clock(p, n)) return {filler::openbsd, 24, 0};
   if (counter_from(p, 0, n)) return {filler::iputils, 0, 0};  // iputils -s below 16: no clock
   // busybox: a 4-byte clock, then one fill byte.
@@ -166,8 +169,19 @@ filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t leng
     const uint32_t period = pattern_period(p, n, length, 8);
     if (period != 0) return {bsd_clock(p, n) ? filler::bsd : filler::solaris, 8, pattern_hash(p + 8, period)};
   }
+  // A data pattern from byte 0, at least four copies (routers' extended ping).
+  if (length >= 16) {
+    const uint32_t period = pattern_period(p, n, length, 0);
+    if (period >= 2 && length >= 4 * period) return {filler::pattern, 0, pattern_hash(p, period)};
+  }
   if (glibc_random_bytes(p, n)) return {filler::fping_random, 0, 0};
   return {filler::none, 0, 0};
+}
+
+filler_match recognise_payload(uint8_t kind, const uint8_t* p, uint32_t captured, uint32_t length) noexcept {
+  // Timestamp messages: originate, receive and transmit times; address mask messages: the mask.
+  if ((kind == 13 && length == 12) || (kind == 17 && length == 4)) return {filler::message_fields, 0, 0};
+  return recognise_filler(p, captured, length);
 }
 
 }  // namespace varn::conversations

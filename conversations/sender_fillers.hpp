@@ -23,6 +23,9 @@ enum class filler : uint8_t {
   hping3,           // hping3 -d N: N times 'X'
   traceroute,       // Linux traceroute -I: 0x48 0x49 ... (byte k = 0x40 + ((k + 8) & 0x3f))
   fping_random,     // fping -R: one glibc random() value per byte
+  pattern,          // one pattern of 2 to 16 bytes repeated from byte 0 (Cisco, Juniper data
+                    // patterns other than 0xabcd)
+  message_fields,   // the fields of a timestamp (12 bytes) or address mask (4 bytes) message
   truncated,        // too little of the payload was captured to tell
   count_,
 };
@@ -36,6 +39,10 @@ struct filler_match {
 // Recognises the filler of an echo payload: CAPTURED bytes at P of a payload of LENGTH bytes
 // (CAPTURED < LENGTH when the capture cut it).
 filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t length) noexcept;
+
+// The same for a message of request type KIND (8 and 128 echo, 13 timestamp, 15 information,
+// 17 address mask): timestamp and mask messages carry their fields, not a filler.
+filler_match recognise_payload(uint8_t kind, const uint8_t* p, uint32_t captured, uint32_t length) noexcept;
 
 // The label's name as reports write it ("iputils", "none", ...).
 const char* filler_name(filler f) noexcept;

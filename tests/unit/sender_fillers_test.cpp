@@ -76,6 +76,8 @@ TEST(sender_fillers_test, labels_each_sender_and_leaves_data_alone) {
       {"Cisco IOS", cycle("\xab\xcd", 72), 0, filler::cisco, 0},
       {"macOS: big-endian seconds and microseconds", cat(hex("6a1b2c3d000a1b2c"), counter(8, 48)), 0, filler::bsd, 8},
       {"FreeBSD -p", cat(hex("6a1b2c3d000a1b2c"), cycle("\x12\x34\x56", 48)), 0, filler::bsd, 8},
+      {"macOS ping6: the clock, then 0x00, 0x01, ...", cat(hex("6a1b2c3d000a1b2c"), counter(0, 48)), 0, filler::bsd, 8},
+      {"Cisco data pattern 0x1234", cycle("\x12\x34", 72), 0, filler::pattern, 0},
       {"Solaris x86: little-endian timeval", cat(hex("3d2c1b6a2c1b0a00"), counter(8, 48)), 0, filler::solaris, 8},
       {"OpenBSD: timespec, MAC", cat(hex("000000006a1b2c3d000000001a2b3c4d0123456789abcdef"), counter(24, 32)), 0,
        filler::openbsd, 24},
@@ -94,6 +96,13 @@ TEST(sender_fillers_test, labels_each_sender_and_leaves_data_alone) {
     EXPECT_STREQ(filler_name(m.label), filler_name(c.label)) << c.what;
     EXPECT_EQ(m.clock_bytes, c.clock_bytes) << c.what;
   }
+}
+
+TEST(sender_fillers_test, timestamp_and_mask_messages_carry_fields) {
+  const auto fields = hex("0001e2400001e2410001e242");  // originate, receive, transmit
+  EXPECT_EQ(varn::conversations::recognise_payload(13, fields.data(), 12, 12).label, filler::message_fields);
+  EXPECT_EQ(varn::conversations::recognise_payload(17, fields.data(), 4, 4).label, filler::message_fields);
+  EXPECT_EQ(varn::conversations::recognise_payload(8, fields.data(), 12, 12).label, filler::none);
 }
 
 TEST(sender_fillers_test, patterns_are_told_apart_by_their_variant) {
