@@ -117,12 +117,17 @@ void conversation_tracker::finish() {
   std::sort(pairs.begin(), pairs.end());
   pairs.erase(std::unique(pairs.begin(), pairs.end()), pairs.end());
   for (uint32_t p : pairs) all.insert(all.end(), m_table.pair(p).held.begin(), m_table.pair(p).held.end());
-  std::sort(all.begin(), all.end(), [this](uint32_t a, uint32_t b) {
-    const conversation& x = m_table.conv(a);
-    const conversation& y = m_table.conv(b);
-    if (x.first_file != y.first_file) return x.first_file < y.first_file;
-    return x.first_frame < y.first_frame;
-  });
+  struct start {
+    uint32_t file;
+    uint64_t frame;
+    uint32_t conversation;
+    bool operator<(const start& o) const noexcept { return file != o.file ? file < o.file : frame < o.frame; }
+  };
+  std::vector<start> order;
+  order.reserve(all.size());
+  for (uint32_t c : all) order.push_back({m_table.conv(c).first_file, m_table.conv(c).first_frame, c});
+  std::sort(order.begin(), order.end());
+  for (size_t i = 0; i < order.size(); ++i) all[i] = order[i].conversation;
   for (uint32_t c : all) {
     conversation& conv = m_table.conv(c);
     conv.unanswered += conv.book.close();
