@@ -35,6 +35,8 @@ struct conversation {
   uint8_t kind = 0;            // echo: the request type (8, 13, 15, 17, 128); other messages: 0
   bool initiator_first = true; // the initiator (other messages: the source) is the pair's first host
   bool held = false;           // closed, waiting for its host pair to close
+  bool first_in_ns = false;    // the capture gave its first frame's time in nanoseconds
+  bool last_in_ns = false;     // ... and its last frame's
   int64_t first_ns = 0, last_ns = 0;
   uint64_t first_frame = 0, last_frame = 0;
   uint32_t first_file = 0, last_file = 0;

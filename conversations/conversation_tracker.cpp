@@ -26,13 +26,17 @@ void add_rtt(conversation& c, int64_t rtt) noexcept {
   ++c.rtt_count;
 }
 
-void note_frame(conversation& c, int64_t time_ns, uint32_t file, uint64_t frame) noexcept {
+void note_frame(conversation& c, const icmp_message& m, uint32_t file, uint64_t frame) noexcept {
   if (c.frames == 0) {
-    c.first_ns = time_ns;
+    c.first_ns = m.time_ns;
+    c.first_in_ns = m.time_in_ns;
     c.first_file = file;
     c.first_frame = frame;
   }
-  c.last_ns = std::max(c.last_ns, time_ns);
+  if (c.frames == 0 || m.time_ns >= c.last_ns) {
+    c.last_ns = m.time_ns;
+    c.last_in_ns = m.time_in_ns;
+  }
   c.last_file = file;
   c.last_frame = frame;
   ++c.frames;
@@ -173,7 +177,7 @@ void conversation_tracker::add_echo(const icmp_message& m, uint32_t file, uint64
   const uint32_t ci = m_table.find_or_add_conversation(pi, m.identifier, m.echo_kind, initiator_first, added);
   conversation& c = m_table.conv(ci);
   pair_evidence& e = m_table.pair(pi).evidence;
-  note_frame(c, m.time_ns, file, frame);
+  note_frame(c, m, file, frame);
 
   const filler_match fm = recognise_payload(m.echo_kind, m.payload, m.captured, m.length);
   out.label = fm.label;
@@ -235,7 +239,7 @@ void conversation_tracker::add_other(const icmp_message& m, uint32_t file, uint6
   const uint32_t pi = m_table.find_or_add_pair(m.ipv6, m.source, m.destination, source_first);
   const uint32_t ci = m_table.find_or_add_conversation(pi, m.type, 0, source_first, added);
   conversation& c = m_table.conv(ci);
-  note_frame(c, m.time_ns, file, frame);
+  note_frame(c, m, file, frame);
   c.bytes_out += m.length;
 }
 

@@ -61,6 +61,7 @@ bool read_icmp_message(const icmp_frame& f, icmp_message& m) noexcept {
   m = icmp_message{};
   m.ipv6 = f.ipv6;
   m.time_ns = time_of(f);
+  m.time_in_ns = f.ts_digits == 9;
   // Addresses and the fixed IP header must be captured.
   const uint32_t ip_fixed = f.ipv6 ? 40 : 20;
   if (f.cap_len < f.ip_offset + ip_fixed) return false;

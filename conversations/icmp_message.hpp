@@ -38,6 +38,7 @@ struct icmp_message {
   uint32_t length = 0;    // payload bytes the datagram declares (at least captured... unless the
                           // header lies; never above what the IP length allows)
   int64_t time_ns = 0;    // capture time, nanoseconds since 1970
+  bool time_in_ns = false;  // the capture gave it in nanoseconds (else microseconds)
 
   uint32_t address_length() const noexcept { return ipv6 ? 16 : 4; }
   bool truncated() const noexcept { return captured < length; }

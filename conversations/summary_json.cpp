@@ -12,18 +12,19 @@ namespace varn::conversations {
 
 namespace {
 
-// "2024-01-02T03:04:05.123456789+0000" of a capture time in nanoseconds since 1970.
-std::string timestamp_text(int64_t ns) {
+// "2024-01-02T03:04:05.123456+0000" of a capture time in nanoseconds since 1970: microseconds,
+// or nanoseconds (IN_NS) when the capture gave them.
+std::string timestamp_text(int64_t ns, bool in_ns) {
   if (ns < 0) ns = 0;
   const uint64_t seconds = static_cast<uint64_t>(ns) / 1000000000u;
   const uint64_t fraction = static_cast<uint64_t>(ns) % 1000000000u;
   const zq::calendar_time t =
       zq::time_value_to_calendar(seconds * zq::k_ticks_per_second + zq::k_unix_epoch_offset);
   char text[64];
-  std::snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02u.%09llu+0000", static_cast<unsigned>(t.year),
-                static_cast<unsigned>(t.month), static_cast<unsigned>(t.day), static_cast<unsigned>(t.hour),
-                static_cast<unsigned>(t.minute), static_cast<unsigned>(t.second),
-                static_cast<unsigned long long>(fraction));
+  std::snprintf(text, sizeof text, in_ns ? "%04u-%02u-%02uT%02u:%02u:%02u.%09llu+0000" : "%04u-%02u-%02uT%02u:%02u:%02u.%06llu+0000",
+                static_cast<unsigned>(t.year), static_cast<unsigned>(t.month), static_cast<unsigned>(t.day),
+                static_cast<unsigned>(t.hour), static_cast<unsigned>(t.minute), static_cast<unsigned>(t.second),
+                static_cast<unsigned long long>(in_ns ? fraction : fraction / 1000));
   return text;
 }
 
@@ -46,12 +47,12 @@ void write_conversation_event(json::text& j, const closed_conversation& cc, std:
                               std::string_view last_file) {
   const conversation& c = cc.c;
   const bool v6 = cc.pair.ipv6;
-  const std::string start = timestamp_text(c.first_ns);
+  const std::string start = timestamp_text(c.first_ns, c.first_in_ns);
   j.begin_object();
   j.member("timestamp", start).member("event_type", "icmp_conversation");
   j.exact_string("pcap_file", first_file);
   if (last_file != first_file) j.exact_string("last_pcap_file", last_file);
-  j.member("start", start).member("end", timestamp_text(c.last_ns));
+  j.member("start", start).member("end", timestamp_text(c.last_ns, c.last_in_ns));
   j.member("first_frame", c.first_frame).member("last_frame", c.last_frame);
   j.member("proto", v6 ? "IPv6-ICMP" : "ICMP");
   j.member("src_ip", address_text(cc.initiator, v6)).member("dest_ip", address_text(cc.responder, v6));
