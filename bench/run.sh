@@ -208,6 +208,7 @@ measure md5sum_icmp "$runs" "md5sum $icmp"
 measure varn_icmp "$runs" "$varn -ifile $icmp"
 measure tcpdump_icmp "$slow_runs" "$tcpdump_bin -nn -r $icmp"
 measure varn_icmp_hex "$runs" "$varn -ifile $icmp -dump_hdr -dump_payload"
+measure varn_icmp_json "$runs" "$varn -ifile $icmp -json"
 measure varn_icmp_summary "$runs" "$varn -ifile $icmp -summary"
 measure tshark_icmp_srt "$slow_runs" "tshark -n -q -r $icmp -z icmp,srt -z icmpv6,srt"
 measure xxd_icmp "$slow_runs" "xxd $icmp"
@@ -245,6 +246,7 @@ peak_rss mixed_1g "$varn" -ifile "$mixed"
 peak_rss mixed_256m "$varn" -ifile "$mixed256"
 peak_rss icmp_256m "$varn" -ifile "$icmp"
 peak_rss icmp_256m_hex "$varn" -ifile "$icmp" -dump_hdr -dump_payload
+peak_rss icmp_256m_json "$varn" -ifile "$icmp" -json
 peak_rss small_256m "$varn" -ifile "$small"
 peak_rss mixed_1g_pattern "$varn" -ifile "$mixed" -find_pattern "$pattern"
 peak_rss one_frame "$varn" -ifile "$one"
@@ -295,15 +297,16 @@ table() {
   row 4 "small 256 MiB default: tcpdump -nn icmp / varn" varn_small tcpdump_small speedup 10
   row 5 "mixed 1 GiB -find_pattern: pattern / default" varn_mixed_pattern varn_mixed max 2
   row 7 "one frame: varn / cat (start-up)" varn_one cat_one max 2
-  row 8 "icmp 256 MiB: -summary / default" varn_icmp_summary varn_icmp max 1.3
-  row 8 "icmp 256 MiB: tshark -z icmp,srt / -summary" varn_icmp_summary tshark_icmp_srt speedup 10
+  row 8 "icmp 256 MiB -json: JSON Lines / default text" varn_icmp_json varn_icmp max 1.5
+  row 9 "icmp 256 MiB: -summary / default" varn_icmp_summary varn_icmp max 1.3
+  row 9 "icmp 256 MiB: tshark -z icmp,srt / -summary" varn_icmp_summary tshark_icmp_srt speedup 10
 
   # Goal 6: peak resident memory at most 8 MiB everywhere, and the same for 256 MiB and 1 GiB:
   # within 256 KiB, since the largest of three runs of one file already varies by about 128 KiB
   # (allocator and loader pages), while growth with the file size would be far more.
   local limit_kb=8192 worst=0 k
   for k in "${!rss[@]}"; do
-    case $k in *summary) continue ;; esac  # -summary keeps its live conversations (goal 8 below)
+    case $k in *summary) continue ;; esac  # -summary keeps its live conversations (goal 9 below)
     [ "${rss[$k]}" -gt "$worst" ] && worst=${rss[$k]}
   done
   local r6=PASS
@@ -324,10 +327,10 @@ table() {
     printf "$fmt" 6 "peak RSS mixed 4 GiB vs 1 GiB" "${rss[mixed_4g]} KiB" "${rss[mixed_1g]} KiB" "" "+-256 KiB" "$same"
   fi
 
-  # Goal 8: the peak memory of -summary on the sweep, where every target is a live conversation:
+  # Goal 9: the peak memory of -summary on the sweep, where every target is a live conversation:
   # reported, with the bytes per conversation above the default run's peak.
   local targets=$(( sweep_conversations * 10 / 16 ))
-  printf "$fmt" 8 "peak RSS -summary, sweep of ~${targets} targets" "${rss[sweep_summary]} KiB" \
+  printf "$fmt" 9 "peak RSS -summary, sweep of ~${targets} targets" "${rss[sweep_summary]} KiB" \
     "${rss[sweep_default]} KiB" "" "reported" \
     "$(awk -v s="${rss[sweep_summary]}" -v d="${rss[sweep_default]}" -v n="$targets" \
       'BEGIN {printf "%.0f B/conversation", (s - d) * 1024 / n}')"
@@ -336,7 +339,7 @@ table() {
   echo "median wall time and mean CPU time (user + system) [s]:"
   local key
   for key in cat_mixed varn_mixed varn_mixed_pattern tcpdump_mixed md5sum_icmp varn_icmp tcpdump_icmp \
-             varn_icmp_hex varn_icmp_summary tshark_icmp_srt xxd_icmp tcpdump_icmp_hex cat_small varn_small tcpdump_small cat_one varn_one \
+             varn_icmp_hex varn_icmp_json varn_icmp_summary tshark_icmp_srt xxd_icmp tcpdump_icmp_hex cat_small varn_small tcpdump_small cat_one varn_one \
              varn_mixed_4g; do
     [ -n "${median[$key]:-}" ] && awk -v k="$key" -v m="${median[$key]}" -v c="${cpu[$key]}" \
       'BEGIN {printf "  %-20s %10.4f %10.4f\n", k, m, c}'
@@ -346,7 +349,7 @@ table() {
       'BEGIN {printf "  4 GiB / 1 GiB time: %.2fx (4.00x is linear)\n", t / t1}'
   fi
   echo "peak RSS [KiB]:"
-  for key in mixed_1g mixed_256m mixed_4g icmp_256m icmp_256m_hex icmp_256m_summary small_256m mixed_1g_pattern \
+  for key in mixed_1g mixed_256m mixed_4g icmp_256m icmp_256m_hex icmp_256m_json icmp_256m_summary small_256m mixed_1g_pattern \
              one_frame sweep_default sweep_summary; do
     [ -n "${rss[$key]:-}" ] && printf '  %-20s %s\n' "$key" "${rss[$key]}"
   done

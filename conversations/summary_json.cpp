@@ -1,36 +1,30 @@
 #include "conversations/summary_json.hpp"
 
 #include <cstddef>
-#include <arpa/inet.h>
-#include <cstdio>
 
 #include "conversations/indicators.hpp"
 #include "conversations/sender_fillers.hpp"
-#include "zq/zq_time.hpp"
+#include "json/event_time.hpp"
+#include "json/ipv6_text.hpp"
+#include "zq/zq_address_text.hpp"
 
 namespace varn::conversations {
 
 namespace {
 
-// "2024-01-02T03:04:05.123456+0000" of a capture time in nanoseconds since 1970: microseconds,
-// or nanoseconds (IN_NS) when the capture gave them.
-std::string timestamp_text(int64_t ns, bool in_ns) {
-  if (ns < 0) ns = 0;
-  const uint64_t seconds = static_cast<uint64_t>(ns) / 1000000000u;
-  const uint64_t fraction = static_cast<uint64_t>(ns) % 1000000000u;
-  const zq::calendar_time t =
-      zq::time_value_to_calendar(seconds * zq::k_ticks_per_second + zq::k_unix_epoch_offset);
-  char text[64];
-  std::snprintf(text, sizeof text, in_ns ? "%04u-%02u-%02uT%02u:%02u:%02u.%09llu+0000" : "%04u-%02u-%02uT%02u:%02u:%02u.%06llu+0000",
-                static_cast<unsigned>(t.year), static_cast<unsigned>(t.month), static_cast<unsigned>(t.day),
-                static_cast<unsigned>(t.hour), static_cast<unsigned>(t.minute), static_cast<unsigned>(t.second),
-                static_cast<unsigned long long>(in_ns ? fraction : fraction / 1000));
-  return text;
+// The event time of a capture time in nanoseconds since 1970: microseconds, or nanoseconds
+// (IN_NS) when the capture gave them.
+std::string timestamp_text(json::timestamp_texts& texts, int64_t ns, bool in_ns) {
+  const uint64_t t = static_cast<uint64_t>(ns < 0 ? 0 : ns);
+  char text[json::timestamp_room];
+  const char* end = texts.put(text, t / 1000000000u, in_ns ? t % 1000000000u : t % 1000000000u / 1000u, in_ns ? 9 : 6);
+  return std::string(text, static_cast<size_t>(end - text));
 }
 
 std::string address_text(const uint8_t* a, bool ipv6) {
-  char text[INET6_ADDRSTRLEN];
-  return inet_ntop(ipv6 ? AF_INET6 : AF_INET, a, text, sizeof text) != nullptr ? text : "";
+  char text[json::ipv6_text_room + 16];
+  const char* end = ipv6 ? json::put_ipv6_text(text, a) : zq::put_ipv4_text(text, a);
+  return std::string(text, static_cast<size_t>(end - text));
 }
 
 const char* match_name(reply_match m) {
@@ -47,12 +41,13 @@ void write_conversation_event(json::text& j, const closed_conversation& cc, std:
                               std::string_view last_file) {
   const conversation& c = cc.c;
   const bool v6 = cc.pair.ipv6;
-  const std::string start = timestamp_text(c.first_ns, c.first_in_ns);
+  json::timestamp_texts texts;
+  const std::string start = timestamp_text(texts, c.first_ns, c.first_in_ns);
   j.begin_object();
   j.member("timestamp", start).member("event_type", "icmp_conversation");
   j.exact_string("pcap_file", first_file);
   if (last_file != first_file) j.exact_string("last_pcap_file", last_file);
-  j.member("start", start).member("end", timestamp_text(c.last_ns, c.last_in_ns));
+  j.member("start", start).member("end", timestamp_text(texts, c.last_ns, c.last_in_ns));
   j.member("first_frame", c.first_frame).member("last_frame", c.last_frame);
   j.member("proto", v6 ? "IPv6-ICMP" : "ICMP");
   j.member("src_ip", address_text(cc.initiator, v6)).member("dest_ip", address_text(cc.responder, v6));

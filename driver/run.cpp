@@ -132,6 +132,7 @@ bool read_input(const std::string& name, run_state& rs) {
   if (messages == nullptr) {
     if (outcome.result == file_outcome::status::unreadable) uni::write_stderr("prob opening " + name + " for read\n");
     if (outcome.result == file_outcome::status::invalid) uni::write_stderr(name + ": invalid pcap file, aborting\n");
+    if (outcome.result == file_outcome::status::failed) uni::write_stderr(name + ": could not be read\n");
   }
   if (rs.writer != nullptr) rs.writer->file_ended(outcome, ctx);
   return read;

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
+#include <sys/wait.h>
 
 #include "e2e/e2e_expect.hpp"
 
@@ -130,6 +131,39 @@ TEST(conversations_eval_test, flags_every_tunnel_conversation_and_no_ordinary_on
   }
   EXPECT_GT(files, 0u);
   std::cout << "[ verdict  ] " << files << " captures, " << checked << " labelled echo conversations\n";
+}
+
+// Every event of -summary -json, with the frames' own events (-dump_meta), is one the events
+// schema accepts: on the shared tunnel captures and the third-party ones this build reads.
+TEST(conversations_eval_test, summary_events_follow_the_schema) {
+  std::vector<std::string> files;
+  for (const std::string& dir : {shared_tunnels_dir(), shared_captures_dir()}) {
+    if (dir.empty()) continue;
+    for (const auto& e : std::filesystem::directory_iterator(dir))
+      if (e.path().extension() == ".pcap") files.push_back(e.path().string());
+  }
+  if (files.empty()) GTEST_SKIP() << "no shared captures beside the checkout";
+  temp_dir scratch;
+  std::string command = "/usr/bin/python3 '" + std::string(VARN_SOURCE_DIR) + "/tests/support/validate_events.py' '" +
+                        std::string(VARN_SOURCE_DIR) + "/schema/varn-events.schema.json'";
+  size_t conversations = 0;
+  for (size_t i = 0; i < files.size(); ++i) {
+    const run_result r = run_varn({"-ifile", files[i], "-summary", "-json", "-dump_meta", "-idle_timeout", "1"});
+    if (r.status != 0) continue;  // a capture this build cannot read
+    for (size_t at = r.out.find("icmp_conversation"); at != std::string::npos; at = r.out.find("icmp_conversation", at + 1))
+      ++conversations;
+    write_file(scratch.file(std::to_string(i) + ".json"), r.out);
+    command += " '" + scratch.file(std::to_string(i) + ".json") + "'";
+  }
+  FILE* p = ::popen((command + " 2>&1").c_str(), "r");
+  ASSERT_NE(p, nullptr);
+  std::string out;
+  char buf[4096];
+  for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+  const int status = ::pclose(p);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 2) GTEST_SKIP() << out;
+  EXPECT_EQ(status, 0) << out.substr(0, 4000);
+  EXPECT_GT(conversations, 0u);
 }
 
 }  // namespace
