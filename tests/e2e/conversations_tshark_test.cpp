@@ -1,9 +1,11 @@
-// Echo pairing against tshark's on real captures: for every echo conversation varn does not flag,
-// the replies it pairs with a request (neither orphans nor duplicates) are the replies tshark
-// links to a request (icmp.resp_to, icmpv6.resp_to), and the least and greatest round-trip
-// times agree with tshark's icmp.resptime (to its microsecond). tshark pairs a reply only with a
-// request whose payload it returns (by the checksum), so a tunnel's own replies, which varn
-// pairs and counts as mismatched, are left out: the flagged conversations are not compared.
+// Echo pairing against tshark's on real captures, frame by frame: every echo reply that varn
+// pairs with a request (its frame event's "request_frame", "reply": "answered") is the reply
+// tshark links to the same request (icmp.resp_to, icmpv6.resp_to), with the same round-trip time
+// (icmp.resptime, to its microsecond), and tshark links no reply varn leaves unpaired. tshark
+// pairs a reply only with a request whose payload it returns (by the checksum), so the replies
+// of flagged conversations (a tunnel's own answers, which varn pairs and counts as mismatched)
+// are not compared; and where a request was captured twice, varn answers the earliest copy,
+// tshark the latest.
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
@@ -34,13 +36,11 @@ std::vector<std::string> fields(const std::string& line) {
   return f;
 }
 
+// A reply frame's pairing: the request's frame number and the round-trip time in milliseconds.
 struct pairing {
-  unsigned answered = 0;
-  double rtt_min = -1, rtt_max = -1;  // milliseconds
+  uint64_t request = 0;
+  double rtt_ms = -1;
 };
-
-// "initiator responder id" of an echo conversation.
-using conversation_key = std::string;
 
 std::vector<std::string> captures() {
   std::vector<std::string> files;
@@ -56,14 +56,6 @@ std::vector<std::string> captures() {
   return files;
 }
 
-struct tshark_view {
-  std::map<conversation_key, pairing> paired;
-  std::map<std::string, unsigned> request_copies;  // "key seq": requests seen
-  std::set<conversation_key> repeated;              // conversations with a request seen twice
-  unsigned echo_frames = 0;
-  bool fragments = false;
-};
-
 TEST(conversations_tshark_test, pairs_echo_replies_as_tshark_does) {
   if (shell_output("command -v tshark && command -v mergecap").find("mergecap") == std::string::npos)
     GTEST_SKIP() << "tshark not installed";
@@ -71,110 +63,109 @@ TEST(conversations_tshark_test, pairs_echo_replies_as_tshark_does) {
   if (files.empty()) GTEST_SKIP() << "no real captures beside the checkout";
   const bool any_format =
       run_varn({"-ifile", files.front(), "-any_format", "-summary", "-json"}).out.find("icmp_conversation") != std::string::npos;
-  // varn's conversations of each capture it reads.
-  std::vector<std::string> names;
-  std::vector<std::map<conversation_key, pairing>> ours;
-  std::vector<unsigned> our_echo_frames;
-  std::vector<std::set<conversation_key>> flagged;
+  // varn's pairing of the echo replies of each capture it reads, by frame number.
+  struct capture {
+    std::string name;
+    std::map<uint64_t, pairing> paired;     // answered replies
+    std::set<uint64_t> unpaired, flagged;   // other echo replies; replies of flagged conversations
+    unsigned echo_frames = 0;
+  };
+  std::vector<capture> read;
   for (const std::string& file : files) {
-    std::vector<std::string> args = {"-ifile", file, "-summary", "-json"};
+    std::vector<std::string> args = {"-ifile", file, "-summary", "-json", "-dump_meta"};
     if (any_format) args.push_back("-any_format");
     const run_result r = run_varn(args);
     if (r.status != 0) continue;  // a capture this build cannot read (-any_format missing)
-    std::map<conversation_key, pairing> conversations;
-    std::set<conversation_key> flagged_here;
-    unsigned frames = 0;
+    capture c;
+    c.name = file;
+    std::vector<nlohmann::json> replies;
+    std::set<std::string> flagged_conversations;
     for (const std::string& line : split_lines(r.out)) {
       const nlohmann::json e = nlohmann::json::parse(line, nullptr, false);
-      if (e.is_discarded() || e.value("event_type", "") != "icmp_conversation" || !e.contains("icmp_id")) continue;
-      if (e["request_type"] != 8 && e["request_type"] != 128) continue;
-      frames += e["requests"].get<unsigned>() + e["replies"].get<unsigned>();
-      const conversation_key key = e["src_ip"].get<std::string>() + " " + e["dest_ip"].get<std::string>() + " " +
-                                   std::to_string(e["icmp_id"].get<unsigned>());
-      if (e["flagged"].get<bool>()) {
-        flagged_here.insert(key);
-        continue;
-      }
-      pairing& p = conversations[key];
-      p.answered += e["replies"].get<unsigned>() - e["orphan_replies"].get<unsigned>() - e["duplicate_replies"].get<unsigned>();
-      if (!e["rtt_ms"].is_null()) p.rtt_min = e["rtt_ms"]["min"], p.rtt_max = e["rtt_ms"]["max"];
+      if (e.is_discarded()) continue;
+      const std::string type = e.value("event_type", "");
+      if (type == "icmp_conversation" && e["flagged"].get<bool>())
+        flagged_conversations.insert(e["dest_ip"].get<std::string>() + " " + e["src_ip"].get<std::string>() + " " +
+                                     std::to_string(e["icmp_id"].get<unsigned>()));
+      if (type != "icmp" || !e.contains("filler")) continue;
+      const unsigned t = e["icmp_type"];
+      if (t == 8 || t == 128) ++c.echo_frames;
+      if (t == 0 || t == 129) ++c.echo_frames, replies.push_back(e);
     }
-    names.push_back(file);
-    ours.push_back(conversations);
-    our_echo_frames.push_back(frames);
-    flagged.push_back(flagged_here);
+    for (const nlohmann::json& e : replies) {
+      const uint64_t frame = e["frame"];
+      const std::string who = e["src_ip"].get<std::string>() + " " + e["dest_ip"].get<std::string>() + " " +
+                              std::to_string(e["icmp_id"].get<unsigned>());
+      if (flagged_conversations.count(who)) c.flagged.insert(frame);
+      else if (e["reply"] == "answered") c.paired[frame] = {e["request_frame"], e["rtt_ms"]};
+      else c.unpaired.insert(frame);
+    }
+    read.push_back(c);
   }
-  ASSERT_FALSE(names.empty());
+  ASSERT_FALSE(read.empty());
   // tshark starts slowly: the captures are joined into one file, one interface per capture.
   temp_dir scratch;
   std::string merge = "mergecap -I none -a -F pcapng -w '" + scratch.file("all.pcapng") + "'";
-  for (const std::string& name : names) merge += " '" + name + "'";
+  for (const capture& c : read) merge += " '" + c.name + "'";
   shell_output(merge + " 2>/dev/null");
   const std::string rows = shell_output(
-      "tshark -n -r '" + scratch.file("all.pcapng") + "' -T fields -e frame.interface_id -e ip.src -e ip.dst -e ipv6.src"
-      " -e ipv6.dst -e icmp.type -e icmp.ident -e icmp.seq -e icmp.resp_to -e icmp.resptime -e icmpv6.type"
-      " -e icmpv6.echo.identifier -e icmpv6.echo.sequence_number -e icmpv6.resp_to -e icmpv6.resptime -e ip.flags.mf"
+      "tshark -n -r '" + scratch.file("all.pcapng") + "' -T fields -e frame.interface_id -e frame.number -e icmp.type"
+      " -e icmp.resp_to -e icmp.resptime -e icmpv6.type -e icmpv6.resp_to -e icmpv6.resptime -e ip.flags.mf"
       " -e ipv6.fragment 2>/dev/null");
-  std::vector<tshark_view> theirs(names.size());
+  std::vector<std::map<uint64_t, pairing>> theirs(read.size());
+  std::vector<unsigned> their_echo_frames(read.size(), 0);
+  std::vector<bool> fragments(read.size(), false);
+  std::vector<uint64_t> first_frame(read.size(), 0);  // of each capture in the joined file
   for (const std::string& line : split_lines(rows)) {
     const std::vector<std::string> f = fields(line);
-    if (f.size() < 17 || f[0].empty() || std::stoul(f[0]) >= names.size()) continue;
-    tshark_view& t = theirs[std::stoul(f[0])];
-    t.fragments = t.fragments || f[15].find('1') != std::string::npos || !f[16].empty();
-    const bool v6 = !f[10].empty();
-    const std::string type = v6 ? f[10] : f[5], id = v6 ? f[11] : f[6], seq = v6 ? f[12] : f[7];
-    const std::string resp_to = v6 ? f[13] : f[8], rtt = v6 ? f[14] : f[9];
+    if (f.size() < 10 || f[0].empty() || f[1].empty() || std::stoul(f[0]) >= read.size()) continue;
+    const size_t file = std::stoul(f[0]);
+    const uint64_t global = std::stoull(f[1]);
+    if (first_frame[file] == 0) first_frame[file] = global;
+    const uint64_t number = global - first_frame[file] + 1;
+    fragments[file] = fragments[file] || f[8].find('1') != std::string::npos || !f[9].empty();
+    const bool v6 = !f[5].empty();
+    const std::string type = v6 ? f[5] : f[2], resp_to = v6 ? f[6] : f[3], rtt = v6 ? f[7] : f[4];
     // Packets inside packets show as more than one value per field: only plain messages count.
-    if (type.empty() || type.find(',') != std::string::npos || id.empty()) continue;
+    if (type.empty() || type.find(',') != std::string::npos) continue;
     if (type != "0" && type != "8" && type != "128" && type != "129") continue;
-    ++t.echo_frames;
-    const bool request = type == "8" || type == "128";
-    const std::string src = v6 ? f[3] : f[1], dst = v6 ? f[4] : f[2];
-    const conversation_key key = (request ? src : dst) + " " + (request ? dst : src) + " " +
-                                 std::to_string(std::stoul(id, nullptr, 0));
-    if (request) {
-      if (++t.request_copies[key + " " + seq] > 1) t.repeated.insert(key);
-      continue;
-    }
-    if (resp_to.empty()) continue;
-    pairing& p = t.paired[key];
-    ++p.answered;
-    const double ms = std::stod(rtt);
-    if (p.rtt_min < 0 || ms < p.rtt_min) p.rtt_min = ms;
-    if (ms > p.rtt_max) p.rtt_max = ms;
+    ++their_echo_frames[file];
+    if (resp_to.empty() || type == "8" || type == "128") continue;
+    theirs[file][number] = {std::stoull(resp_to) - first_frame[file] + 1, rtt.empty() ? -1 : std::stod(rtt)};
   }
-  size_t compared = 0, timed = 0, partial = 0;
-  for (size_t i = 0; i < names.size(); ++i) {
-    const tshark_view& t = theirs[i];
+  size_t compared = 0, partial = 0, later_copy = 0;
+  for (size_t i = 0; i < read.size(); ++i) {
+    const capture& c = read[i];
     // A capture with frames only one of the two reads (other link layers without -any_format,
     // packets inside packets) is not compared.
-    if (t.echo_frames != our_echo_frames[i]) {
+    if (their_echo_frames[i] != c.echo_frames) {
       ++partial;
       continue;
     }
-    for (const auto& [key, p] : ours[i]) {
-      const pairing q = t.paired.count(key) ? t.paired.at(key) : pairing{};
-      EXPECT_EQ(p.answered, q.answered) << names[i] << ": " << key;
+    for (const auto& [frame, ours] : c.paired) {
       ++compared;
-      // Reassembly makes tshark time a fragmented reply by its last fragment, varn by its first.
-      if (t.fragments || p.answered == 0) continue;
-      if (t.repeated.count(key)) {
-        // A request captured twice: varn times the reply from the earliest copy, tshark from the
-        // latest, so varn's times are never the shorter.
-        EXPECT_GE(p.rtt_min, q.rtt_min - 0.0011) << names[i] << ": " << key;
-        EXPECT_GE(p.rtt_max, q.rtt_max - 0.0011) << names[i] << ": " << key;
-      } else {
-        EXPECT_NEAR(p.rtt_min, q.rtt_min, 0.0011) << names[i] << ": " << key;
-        EXPECT_NEAR(p.rtt_max, q.rtt_max, 0.0011) << names[i] << ": " << key;
+      const auto t = theirs[i].find(frame);
+      if (t == theirs[i].end()) {
+        ADD_FAILURE() << c.name << ": varn pairs reply " << frame << " with request " << ours.request << ", tshark with none";
+        continue;
       }
-      ++timed;
+      if (t->second.request != ours.request) {
+        // A request captured twice: tshark takes the later copy.
+        EXPECT_LT(ours.request, t->second.request) << c.name << ": reply " << frame;
+        ++later_copy;
+        continue;
+      }
+      // Reassembly makes tshark time a fragmented reply by its last fragment, varn by its first.
+      if (fragments[i]) continue;
+      EXPECT_NEAR(ours.rtt_ms, t->second.rtt_ms, 0.0011) << c.name << ": reply " << frame;
     }
-    for (const auto& [key, q] : t.paired)
-      if (!ours[i].count(key) && !flagged[i].count(key)) ADD_FAILURE() << names[i] << ": tshark pairs replies in " << key << ", varn has no such conversation";
+    for (const auto& [frame, t] : theirs[i])
+      if (!c.paired.count(frame) && !c.flagged.count(frame))
+        ADD_FAILURE() << c.name << ": tshark pairs reply " << frame << " with request " << t.request << ", varn does not";
   }
-  EXPECT_GT(timed, 0u);
-  std::cout << "[ pairing  ] " << names.size() << " captures (" << partial << " read differently, not compared), "
-            << compared << " conversations paired as tshark does, " << timed << " timed\n";
+  EXPECT_GT(compared, 0u);
+  std::cout << "[ pairing  ] " << read.size() << " captures (" << partial << " read differently, not compared), "
+            << compared << " replies paired as tshark pairs them (" << later_copy << " with a request captured twice)\n";
 }
 
 }  // namespace
