@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::array<const char*, static_cast<size_t>(filler::count_)> k_names = {
     "none", "empty", "iputils", "iputils-pattern", "bsd", "solaris", "openbsd", "busybox", "windows",
-    "cisco", "fping", "mtr", "hping3", "traceroute", "fping-random", "pattern", "message-fields", "truncated"};
+    "cisco", "fping", "mtr", "hping3", "traceroute", "fping-random", "oping", "icmplib", "pattern", "message-fields", "truncated"};
 
 // Fewer captured bytes than this, of a payload the capture cut, are not enough to tell a filler
 // from data: the longest clock prefix (OpenBSD's) is 24 bytes.
@@ -92,6 +92,28 @@ bool glibc_random_bytes(const uint8_t* p, uint32_t n) noexcept {
   return true;
 }
 
+// liboping's default data: this text, repeated to the payload's size.
+constexpr char k_oping_text[] = "liboping -- ICMP ping library <http://octo.it/liboping/>";
+constexpr cycle k_oping = make_cycle(sizeof k_oping_text - 1, [](uint32_t i) {
+  return static_cast<uint8_t>(k_oping_text[i]);
+});
+
+// icmplib: every byte drawn from the 62 letters and digits. At least one letter beyond "f" sets
+// it apart from hex text, which data often travels as.
+bool icmplib_letters(const uint8_t* p, uint32_t n) noexcept {
+  if (n < 16) return false;
+  bool beyond_hex = false;
+  for (uint32_t i = 0; i < n; ++i) {
+    const uint8_t b = p[i];
+    const bool digit = b >= '0' && b <= '9';
+    const bool lower = b >= 'a' && b <= 'z';
+    const bool upper = b >= 'A' && b <= 'Z';
+    if (!digit && !lower && !upper) return false;
+    beyond_hex = beyond_hex || (lower && b > 'f') || (upper && b > 'F');
+  }
+  return beyond_hex;
+}
+
 uint32_t pattern_hash(const uint8_t* p, uint32_t n) noexcept {
   uint32_t h = 2166136261u ^ n;
   for (uint32_t i = 0; i < n; ++i) h = (h ^ p[i]) * 16777619u;
@@ -142,6 +164,7 @@ filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t leng
   if (follows(p, 0, n, k_windows)) return {filler::windows, 0, 0};
   if (follows(p, 0, n, k_cisco)) return {filler::cisco, 0, 0};
   if (follows(p, 0, n, k_traceroute)) return {filler::traceroute, 0, 0};
+  if (follows(p, 0, n, k_oping)) return {filler::oping, 0, 0};
   // A clock, then byte i = i.
   if (counter_from(p, 16, n) && n >= 16) {
     if (linux_timeval(p, n)) return {filler::iputils, 16, 0};
@@ -175,6 +198,7 @@ filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t leng
     if (period >= 2 && length >= 4 * period) return {filler::pattern, 0, pattern_hash(p, period)};
   }
   if (glibc_random_bytes(p, n)) return {filler::fping_random, 0, 0};
+  if (icmplib_letters(p, n)) return {filler::icmplib, 0, 0};
   return {filler::none, 0, 0};
 }
 

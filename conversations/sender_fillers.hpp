@@ -23,6 +23,8 @@ enum class filler : uint8_t {
   hping3,           // hping3 -d N: N times 'X'
   traceroute,       // Linux traceroute -I: 0x48 0x49 ... (byte k = 0x40 + ((k + 8) & 0x3f))
   fping_random,     // fping -R: one glibc random() value per byte
+  oping,            // liboping (oping, noping, collectd): its own name and address as text
+  icmplib,          // Python icmplib: random letters and digits
   pattern,          // one pattern of 2 to 16 bytes repeated from byte 0 (Cisco, Juniper data
                     // patterns other than 0xabcd)
   message_fields,   // the fields of a timestamp (12 bytes) or address mask (4 bytes) message
