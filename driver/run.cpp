@@ -213,12 +213,12 @@ int run(const std::vector<std::string>& args) {
     return 0;
   }
 
-  {
-    uni::fileio probe(opts.input_file, false, true, false);
-    if (!probe.is_open()) {
-      uni::write_stderr("prob accessing file " + opts.input_file + " for read, aborting\n");
-      return k_refused;
-    }
+  // The access check's descriptor stays open while the reader opens the file again: a FIFO then
+  // never loses its last reader in between (its writer would be stopped by SIGPIPE).
+  uni::fileio probe(opts.input_file, false, true, false);
+  if (!probe.is_open()) {
+    uni::write_stderr("prob accessing file " + opts.input_file + " for read, aborting\n");
+    return k_refused;
   }
   if (opts.run_enabled) {
     const std::unique_ptr<metadata_batch> batch = batch_for(ctx);
