@@ -26,6 +26,8 @@
 #   icmp-256m.pcap    256 MiB: only ICMP/ICMPv6, payloads 1-1472 bytes (every frame gets an MD5)
 #   small-256m.pcap   256 MiB of 64-byte frames, ~5 % ICMP/ICMPv6
 #   one-frame.pcap    a single ICMP frame, for the start-up time
+#   sweep-1m.pcap     a ping sweep of 1,200,000 targets within one minute (1.9 million frames):
+#                     the peak memory of -summary with every target a live conversation
 #   mixed-4g.pcap     4 GiB mixed, only with --with-4g
 #   mixed-1g.pcapng   the 1 GiB mixed workload converted by editcap (wireshark-common) to pcapng,
 #                     for the -any_format goal; left out, with its row, when editcap is missing
@@ -83,6 +85,7 @@ command -v tcpdump >/dev/null || need+=(tcpdump)
 command -v xxd >/dev/null || need+=(xxd)
 command -v hyperfine >/dev/null || need+=(hyperfine)
 command -v jq >/dev/null || need+=(jq)
+command -v tshark >/dev/null || need+=(tshark)
 command -v md5sum >/dev/null || need+=(coreutils)
 [ -x /usr/bin/time ] || need+=(time)
 if [ "$micro" = 1 ] && [ ! -f /usr/include/benchmark/benchmark.h ]; then need+=(libbenchmark-dev); fi
@@ -150,6 +153,7 @@ make_workload mixed-256m mixed 256M
 make_workload icmp-256m icmp 256M
 make_workload small-256m small 256M
 make_workload one-frame icmp 0 1
+make_workload sweep-1m sweep 0 1920000
 [ "$with_4g" = 1 ] && make_workload mixed-4g mixed 4G
 
 # make_pcapng NAME: DIR/NAME.pcapng, editcap's pcapng form of DIR/NAME.pcap, remade when the
@@ -176,6 +180,7 @@ mixed256=$dir/mixed-256m.pcap
 icmp=$dir/icmp-256m.pcap
 small=$dir/small-256m.pcap
 one=$dir/one-frame.pcap
+sweep=$dir/sweep-1m.pcap
 mixed4g=$dir/mixed-4g.pcap
 mixed_ng=$dir/mixed-1g.pcapng
 
@@ -185,7 +190,7 @@ stamp_field() { sed -n 2p "$dir/$1.stamp" | grep -oE "[0-9]+ $2" | cut -d' ' -f1
 # ---- Sanity: a default run prints one metadata line per ICMP frame, and the payloads built to
 # look random are the ones reported so.
 
-workloads=(mixed-1g mixed-256m icmp-256m small-256m one-frame)
+workloads=(mixed-1g mixed-256m icmp-256m small-256m one-frame sweep-1m)
 [ "$with_4g" = 1 ] && workloads+=(mixed-4g)
 for w in "${workloads[@]}"; do
   cat "$dir/$w.pcap" >/dev/null  # into the page cache
@@ -235,6 +240,8 @@ measure varn_icmp "$runs" "$varn -ifile $icmp"
 measure tcpdump_icmp "$slow_runs" "$tcpdump_bin -nn -r $icmp"
 measure varn_icmp_hex "$runs" "$varn -ifile $icmp -dump_hdr -dump_payload"
 measure varn_icmp_json "$runs" "$varn -ifile $icmp -json"
+measure varn_icmp_summary "$runs" "$varn -ifile $icmp -summary"
+measure tshark_icmp_srt "$slow_runs" "tshark -n -q -r $icmp -z icmp,srt -z icmpv6,srt"
 measure xxd_icmp "$slow_runs" "xxd $icmp"
 measure tcpdump_icmp_hex "$slow_runs" "$tcpdump_bin -nn -XX -r $icmp"
 
@@ -281,6 +288,10 @@ peak_rss one_frame "$varn" -ifile "$one"
 peak_rss mixed_1g_pipe bash -c "cat $mixed | $varn -ifile /dev/stdin"  # the largest of bash, cat and varn
 [ "$have_pcapng" = 1 ] && peak_rss mixed_1g_pcapng_any "$varn" -any_format -ifile "$mixed_ng"
 [ "$with_4g" = 1 ] && peak_rss mixed_4g "$varn" -ifile "$mixed4g"
+peak_rss icmp_256m_summary "$varn" -ifile "$icmp" -summary
+peak_rss sweep_summary "$varn" -ifile "$sweep" -summary
+peak_rss sweep_default "$varn" -ifile "$sweep"
+sweep_conversations=$(sed -n 2p "$dir/sweep-1m.stamp" | grep -oE "[0-9]+ records" | cut -d' ' -f1)
 
 # ---- The table.
 
@@ -329,12 +340,17 @@ table() {
   # classic file.
   [ "$have_pcapng" = 1 ] &&
     row F "mixed 1 GiB pcapng -any_format / classic default" varn_mixed_any_pcapng varn_mixed max 1.3
+  row 10 "icmp 256 MiB: -summary / default" varn_icmp_summary varn_icmp max 1.3
+  row 10 "icmp 256 MiB: tshark -z icmp,srt / -summary" varn_icmp_summary tshark_icmp_srt speedup 10
 
   # Goal 6: peak resident memory at most 8 MiB everywhere, and the same for 256 MiB and 1 GiB:
   # within 256 KiB, since the largest of three runs of one file already varies by about 128 KiB
   # (allocator and loader pages), while growth with the file size would be far more.
   local limit_kb=8192 worst=0 k
-  for k in "${!rss[@]}"; do [ "${rss[$k]}" -gt "$worst" ] && worst=${rss[$k]}; done
+  for k in "${!rss[@]}"; do
+    case $k in *summary) continue ;; esac  # -summary keeps its live conversations (goal 10 below)
+    [ "${rss[$k]}" -gt "$worst" ] && worst=${rss[$k]}
+  done
   local r6=PASS
   [ "$worst" -le "$limit_kb" ] || r6=FAIL
   [ "$r6" = PASS ] || fails=$((fails + 1))
@@ -353,12 +369,21 @@ table() {
     printf "$fmt" 6 "peak RSS mixed 4 GiB vs 1 GiB" "${rss[mixed_4g]} KiB" "${rss[mixed_1g]} KiB" "" "+-256 KiB" "$same"
   fi
 
+  # Goal 10: the peak memory of -summary on the sweep, where every target is a live conversation:
+  # reported, with the bytes per conversation above the default run's peak.
+  local targets=$(( sweep_conversations * 10 / 16 ))
+  printf "$fmt" 10 "peak RSS -summary, sweep of ~${targets} targets" "${rss[sweep_summary]} KiB" \
+    "${rss[sweep_default]} KiB" "" "reported" \
+    "$(awk -v s="${rss[sweep_summary]}" -v d="${rss[sweep_default]}" -v n="$targets" \
+      'BEGIN {printf "%.0f B/conversation", (s - d) * 1024 / n}')"
+
   echo
   echo "median wall time and mean CPU time (user + system) [s]:"
   local key
   for key in cat_mixed varn_mixed varn_mixed_pattern tcpdump_mixed varn_mixed_any_pcapng varn_mixed_any_classic \
-             md5sum_icmp varn_icmp tcpdump_icmp varn_icmp_hex varn_icmp_json xxd_icmp tcpdump_icmp_hex cat_small varn_small \
-             tcpdump_small cat_one varn_one varn_mixed_pipe pipe_mixed varn_mixed_4g; do
+             md5sum_icmp varn_icmp tcpdump_icmp varn_icmp_hex varn_icmp_json varn_icmp_summary tshark_icmp_srt \
+             xxd_icmp tcpdump_icmp_hex cat_small varn_small tcpdump_small cat_one varn_one varn_mixed_pipe pipe_mixed \
+             varn_mixed_4g; do
     [ -n "${median[$key]:-}" ] && awk -v k="$key" -v m="${median[$key]}" -v c="${cpu[$key]}" \
       'BEGIN {printf "  %-20s %10.4f %10.4f\n", k, m, c}'
   done
@@ -369,8 +394,8 @@ table() {
       'BEGIN {printf "  4 GiB / 1 GiB time: %.2fx (4.00x is linear)\n", t / t1}'
   fi
   echo "peak RSS [KiB]:"
-  for key in mixed_1g mixed_1g_pipe mixed_256m mixed_4g icmp_256m icmp_256m_hex icmp_256m_json small_256m mixed_1g_pattern \
-             mixed_1g_pcapng_any one_frame; do
+  for key in mixed_1g mixed_1g_pipe mixed_256m mixed_4g icmp_256m icmp_256m_hex icmp_256m_json icmp_256m_summary small_256m \
+             mixed_1g_pattern mixed_1g_pcapng_any one_frame sweep_default sweep_summary; do
     [ -n "${rss[$key]:-}" ] && printf '  %-20s %s\n' "$key" "${rss[$key]}"
   done
   echo "workloads (seed $seed):"

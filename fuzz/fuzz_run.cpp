@@ -13,7 +13,8 @@
 //         bit 6 a missing file in the list; bit 7 -json
 //   c[3] frame numbers, c[4..5] minimum size, c[6..9] and c[10..13] the IPv4 filter values,
 //   c[14], c[15] IPv6 filter texts, c[16] time window, c[17..19] pattern bytes with c[20] the
-//   wildcard mask, c[21] type, c[22..23] code and identifier.
+//   wildcard mask, c[21] type, c[22..23] code and identifier. c[16] bit 7 -summary, with bits
+//   3-6 (when not 0) its -idle_timeout in seconds.
 //
 // Every such command line is valid, so the run must end with status 0, or -1 when it holds a
 // single argument (a lone "-pipe") or asks for -json with the binary format, and never abort or
@@ -155,6 +156,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (c[2] & 0x04) option_with("-icmp_id", std::to_string(c[22] << 8 | c[23]));
   const bool json = (c[2] & 0x80) != 0;
   if (json) option("-json");
+  if (c[16] & 0x80) {
+    option("-summary");
+    if ((c[16] & 0x78) != 0) option_with("-idle_timeout", std::to_string((c[16] >> 3) & 15));
+  }
 
   if (list_mode) {
     if (c[2] & 0x10) option_with("-filter", "*.pcap|*.cap");

@@ -23,7 +23,7 @@ const std::string k_source_dir = VARN_SOURCE_DIR;
 const name_set k_unlisted = {"-find_pattern_h", "-enumdir", "-dateformat", "-h", "-help", "/?", "--help"};
 // Options beyond the classic tool: documented in the manual page (its Extensions subsection), the
 // completion and the README, not in the usage text.
-const name_set k_extensions = {"-any_format", "-json"};
+const name_set k_extensions = {"-any_format", "-json", "-summary", "-idle_timeout"};
 
 std::string usage_text() {
   const run_result r = run_varn({"-help"});
