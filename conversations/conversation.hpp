@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "conversations/echo_pairing.hpp"
+#include "conversations/sent_values.hpp"
 
 namespace varn::conversations {
 
@@ -19,14 +20,10 @@ struct pair_evidence {
   uint32_t signatures = 0;          // bit per tunnel_signature kind seen
   uint32_t mismatched_replies = 0;  // replies that did not return their request's payload
   uint32_t data_orphans = 0;        // replies to no seen request carrying unrecognised payloads
-  uint32_t data_payloads = 0;       // sent payloads (requests, orphan replies) no sender explains
-  uint32_t data_changes = 0;        // of them, payloads unlike the one before
-  uint32_t text_payloads = 0;       // of them, text or encoded text
-  uint32_t random_payloads = 0;     // of them, random-looking for their length
-  uint64_t data_bytes = 0;          // their captured bytes
-  uint64_t last_data_print = 0;     // fingerprint of the last one
-  std::array<uint32_t, 8> patterns{};  // distinct sender patterns (-p) seen, up to 8
-  uint8_t distinct_patterns = 0;
+  uint32_t letter_payloads = 0;     // sent payloads of random letters and digits (icmplib's filler)
+  uint64_t letter_bytes = 0;        // their bytes
+  bool base64_seen = false;         // a sent payload showed itself as base64: the letters are data too
+  value_book values;                // the distinct data payloads and patterns sent
 };
 
 struct conversation {
@@ -37,6 +34,8 @@ struct conversation {
   bool held = false;           // closed, waiting for its host pair to close
   bool first_in_ns = false;    // the capture gave its first frame's time in nanoseconds
   bool last_in_ns = false;     // ... and its last frame's
+  bool fill_changed = false;   // its sent fill byte changed from one payload to another
+  uint32_t fill = 0;           // the fill byte its last sent payload carried (variant; 0: none)
   int64_t first_ns = 0, last_ns = 0;
   uint64_t first_frame = 0, last_frame = 0;
   uint32_t first_file = 0, last_file = 0;

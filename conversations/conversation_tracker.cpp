@@ -6,6 +6,7 @@
 
 #include "conversations/indicators.hpp"
 #include "conversations/payload_content.hpp"
+#include "conversations/sent_values.hpp"
 #include "conversations/tunnel_signatures.hpp"
 #include "conversations/verdict.hpp"
 
@@ -17,6 +18,17 @@ constexpr size_t k_fragment_slots = 1024;
 // Unrecognised payloads longer than this are compared from byte 16 on: an unknown sender's clock
 // at the front does not make its payloads "change".
 constexpr uint32_t k_compare_from_16_above = 24;
+
+// The key of a sender's pattern in the value book, apart from payload fingerprints.
+uint64_t pattern_key(uint32_t variant) noexcept {
+  uint64_t h = (static_cast<uint64_t>(variant) | 0x5a00000000ull) * 0x9e3779b97f4a7c15ull;
+  return h ^ (h >> 31);
+}
+
+bool pair_flagged(const pair_evidence& e) noexcept {
+  const evidence_measures m = measure_evidence(e);
+  return is_flagged(fired_indicators(m), m);
+}
 
 void add_rtt(conversation& c, int64_t rtt) noexcept {
   if (rtt < 0) return;  // a capture whose clock stepped back
@@ -70,9 +82,9 @@ void conversation_tracker::emit(uint32_t ci) {
   uint32_t shown = 0;
   bool flagged = false;
   if (c.echo()) {
-    const uint32_t fired = fired_indicators(p.evidence);
-    flagged = is_flagged(fired, p.evidence);
-    shown = fired;
+    const evidence_measures measures = measure_evidence(p.evidence);
+    shown = fired_indicators(measures);
+    flagged = is_flagged(shown, measures);
   }
   m_sink.conversation_closed(closed_conversation{c, p, c.initiator_first ? first : second,
                                                  c.initiator_first ? second : first, shown, flagged});
@@ -86,7 +98,7 @@ void conversation_tracker::close(uint32_t ci) {
   m_table.retire(ci);
   const uint32_t pi = c.pair;
   host_pair& p = m_table.pair(pi);
-  if (!c.echo() || is_flagged(fired_indicators(p.evidence), p.evidence)) {
+  if (!c.echo() || pair_flagged(p.evidence)) {
     emit(ci);
     release(ci);
   } else {
@@ -144,28 +156,63 @@ void conversation_tracker::finish() {
   for (uint32_t p : pairs) m_table.release_pair(p);
 }
 
-void conversation_tracker::record_sent_data(pair_evidence& e, const filler_match& fm, const icmp_message& m,
+void conversation_tracker::note_value(uint32_t pi, const icmp_message& m, sent_value value, const uint8_t* bytes,
+                                      uint32_t n) {
+  value_book& book = m_table.pair(pi).evidence.values;
+  sent_value* v = book.find(value.key);
+  if (v != nullptr) {
+    if (v->sends < 0xffff) ++v->sends;
+    v->flags |= value.flags;
+  } else {
+    // Once text or random values have fired their indicator, more of them change nothing.
+    const uint64_t text_enough = k_indicators[static_cast<size_t>(indicator::text_payload)].threshold;
+    const uint64_t random_enough = k_indicators[static_cast<size_t>(indicator::high_entropy)].threshold;
+    if (bytes != nullptr && book.judged_text() < text_enough && book.judged_random() < random_enough)
+      value.kind = static_cast<uint8_t>(judge_content(bytes, n));
+    value.sends = 1;
+    v = &book.add(value);
+  }
+  const shared_values::sighting seen = m_shared.note(value.key, pi, receiver_hash(m.ipv6, m.destination));
+  if (!seen.shared) return;
+  book.mark_shared(*v);
+  if (seen.first == k_no_index || seen.first == pi) return;
+  value_book& first = m_table.pair(seen.first).evidence.values;
+  if (sent_value* w = first.find(value.key)) first.mark_shared(*w);
+}
+
+void conversation_tracker::record_sent_data(uint32_t pi, conversation& c, const filler_match& fm, const icmp_message& m,
                                             const payload_prints& prints) {
-  if (fm.variant != 0) {
-    const auto end = e.patterns.begin() + e.distinct_patterns;
-    if (std::find(e.patterns.begin(), end, fm.variant) == end && e.distinct_patterns < e.patterns.size())
-      e.patterns[e.distinct_patterns++] = fm.variant;
+  pair_evidence& e = m_table.pair(pi).evidence;
+  if (fm.variant != 0 && fm.pattern_length != 0) {
+    sent_value v{pattern_key(fm.variant), fm.pattern_length, 0, 0, k_value_pattern};
+    if (fm.pattern_length == 1) {
+      // ping -p keeps its pattern for the whole process; a fill byte that changes inside one
+      // conversation is drawn at random (mtr -B above 255, one per round).
+      if (c.fill != 0 && c.fill != fm.variant && !c.fill_changed) {
+        c.fill_changed = true;
+        if (sent_value* before = e.values.find(pattern_key(c.fill))) before->flags |= k_value_fill;
+      }
+      c.fill = fm.variant;
+      if (c.fill_changed) v.flags |= k_value_fill;
+    }
+    const bool judged = fm.pattern_length >= k_min_pattern_data && m.captured >= fm.clock_bytes + fm.pattern_length;
+    note_value(pi, m, v, judged ? m.payload + fm.clock_bytes : nullptr, fm.pattern_length);
+    return;
   }
-  if (fm.label != filler::none || m.captured == 0) return;
-  const uint64_t compared = m.captured > k_compare_from_16_above ? prints.from_16 : prints.whole;
-  if (e.data_payloads > 0 && compared != e.last_data_print) ++e.data_changes;
-  e.last_data_print = compared;
-  ++e.data_payloads;
-  e.data_bytes += m.captured;
-  // Once text or random payloads have fired their indicator, more of them change nothing.
-  const uint64_t text_enough = k_indicators[static_cast<size_t>(indicator::text_payload)].threshold;
-  const uint64_t random_enough = k_indicators[static_cast<size_t>(indicator::high_entropy)].threshold;
-  if (e.text_payloads >= text_enough || e.random_payloads >= random_enough) return;
-  switch (judge_content(m.payload, m.captured)) {
-    case content_kind::text: ++e.text_payloads; break;
-    case content_kind::random: ++e.random_payloads; break;
-    default: break;
+  if (fm.label == filler::icmplib) {
+    ++e.letter_payloads;
+    e.letter_bytes += m.captured;
+    return;
   }
+  if (fm.label != filler::none) return;
+  // Data: behind a timestamp or mask message's fields, behind an unknown sender's clock.
+  const uint32_t from = fm.clock_bytes != 0 ? fm.clock_bytes : m.captured > k_compare_from_16_above ? 16 : 0;
+  if (m.captured <= from) return;
+  const uint8_t* p = m.payload + from;
+  const uint32_t n = m.captured - from;
+  const uint64_t key = from == 0 ? prints.whole : from == 16 ? prints.from_16 : payload_fingerprint(p, n);
+  if (!e.base64_seen && shows_base64(p, n)) e.base64_seen = true;
+  note_value(pi, m, sent_value{key, n, 0, 0, 0}, p, n);
 }
 
 void conversation_tracker::add_echo(const icmp_message& m, uint32_t file, uint64_t frame, frame_analysis& out) {
@@ -179,7 +226,7 @@ void conversation_tracker::add_echo(const icmp_message& m, uint32_t file, uint64
   pair_evidence& e = m_table.pair(pi).evidence;
   note_frame(c, m, file, frame);
 
-  const filler_match fm = recognise_payload(m.echo_kind, m.payload, m.captured, m.length);
+  const filler_match fm = recognise_payload(m.echo_kind, request, m.payload, m.captured, m.length);
   out.label = fm.label;
   c.fillers |= 1u << static_cast<unsigned>(fm.label);
   const payload_prints prints = fingerprint_payload(m.payload, m.captured);
@@ -203,7 +250,7 @@ void conversation_tracker::add_echo(const icmp_message& m, uint32_t file, uint64
     r.length = m.length;
     r.sequence = m.sequence;
     c.unanswered += c.book.add_request(r);
-    record_sent_data(e, fm, m, prints);
+    record_sent_data(pi, c, fm, m, prints);
   } else {
     ++c.replies;
     c.bytes_in += m.length;
@@ -218,7 +265,7 @@ void conversation_tracker::add_echo(const icmp_message& m, uint32_t file, uint64
       case reply_match::orphan:
         ++c.orphans;
         if (fm.label == filler::none && m.captured > 0) ++e.data_orphans;
-        record_sent_data(e, fm, m, prints);  // stands for the request the capture missed
+        record_sent_data(pi, c, fm, m, prints);  // stands for the request the capture missed
         break;
     }
     // Only echo replies return the request's data: timestamp and mask replies fill in fields.

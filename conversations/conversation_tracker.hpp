@@ -13,6 +13,7 @@
 #include "conversations/icmp_message.hpp"
 #include "conversations/payload_content.hpp"
 #include "conversations/sender_fillers.hpp"
+#include "conversations/shared_values.hpp"
 
 namespace varn::conversations {
 
@@ -72,7 +73,11 @@ class conversation_tracker {
   void close_pair(uint32_t p);
   void emit(uint32_t c);
   void release(uint32_t c);
-  void record_sent_data(pair_evidence& e, const filler_match& fm, const icmp_message& m, const payload_prints& prints);
+  void record_sent_data(uint32_t pair, conversation& c, const filler_match& fm, const icmp_message& m,
+                        const payload_prints& prints);
+  // Notes VALUE sent by PAIR in M; its content is judged from N BYTES when it is new (null: not
+  // judged).
+  void note_value(uint32_t pair, const icmp_message& m, sent_value value, const uint8_t* bytes, uint32_t n);
   void add_echo(const icmp_message& m, uint32_t file, uint64_t frame, frame_analysis& out);
   void add_other(const icmp_message& m, uint32_t file, uint64_t frame);
   void add_fragment(const icmp_message& m);
@@ -81,6 +86,7 @@ class conversation_tracker {
   int64_t m_timeout_ns;
   conversation_sink& m_sink;
   conversation_table m_table;
+  shared_values m_shared;
   int64_t m_now_ns = 0;
   bool m_started = false;
   std::vector<fragment_entry> m_fragments;

@@ -28,25 +28,44 @@ const std::array<indicator_info, static_cast<size_t>(indicator::count_)> k_indic
      "8 KiB or more of unrecognised payload between two hosts: beyond what diagnostic tools send"},
 }};
 
-uint64_t indicator_measure(indicator i, const pair_evidence& e) noexcept {
+evidence_measures measure_evidence(const pair_evidence& e) noexcept {
+  value_counts v = e.values.counts();
+  if (e.base64_seen) {
+    v.data += e.letter_payloads;
+    v.text += e.letter_payloads;
+    v.bytes += e.letter_bytes;
+  }
+  evidence_measures m;
+  m.signature_frames = e.signature_frames;
+  m.mismatched_replies = e.mismatched_replies;
+  m.changes = v.data > 0 ? v.data - 1 : 0;
+  m.patterns = v.patterns;
+  m.orphans = e.data_orphans;
+  m.text = v.text;
+  m.random = v.random;
+  m.bytes = v.bytes;
+  return m;
+}
+
+uint64_t indicator_measure(indicator i, const evidence_measures& m) noexcept {
   switch (i) {
-    case indicator::tunnel_signature: return e.signature_frames;
-    case indicator::reply_not_echo: return e.mismatched_replies;
-    case indicator::payload_changes: return e.data_changes;
-    case indicator::pattern_changes: return e.distinct_patterns;
-    case indicator::orphan_replies: return e.data_orphans;
-    case indicator::text_payload: return e.text_payloads;
-    case indicator::high_entropy: return e.random_payloads;
-    case indicator::data_volume: return e.data_bytes;
+    case indicator::tunnel_signature: return m.signature_frames;
+    case indicator::reply_not_echo: return m.mismatched_replies;
+    case indicator::payload_changes: return m.changes;
+    case indicator::pattern_changes: return m.patterns;
+    case indicator::orphan_replies: return m.orphans;
+    case indicator::text_payload: return m.text;
+    case indicator::high_entropy: return m.random;
+    case indicator::data_volume: return m.bytes;
     default: return 0;
   }
 }
 
-uint32_t fired_indicators(const pair_evidence& e) noexcept {
+uint32_t fired_indicators(const evidence_measures& m) noexcept {
   uint32_t fired = 0;
   for (size_t i = 0; i < k_indicators.size(); ++i) {
     const indicator which = static_cast<indicator>(i);
-    if (indicator_measure(which, e) >= k_indicators[i].threshold) fired |= indicator_bit(which);
+    if (indicator_measure(which, m) >= k_indicators[i].threshold) fired |= indicator_bit(which);
   }
   return fired;
 }

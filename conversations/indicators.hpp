@@ -34,10 +34,25 @@ extern const std::array<indicator_info, static_cast<size_t>(indicator::count_)> 
 
 inline uint32_t indicator_bit(indicator i) noexcept { return 1u << static_cast<unsigned>(i); }
 
-// The indicators E fires, one bit per indicator.
-uint32_t fired_indicators(const pair_evidence& e) noexcept;
+// The counts the indicators compare with their thresholds.
+struct evidence_measures {
+  uint64_t signature_frames = 0;
+  uint64_t mismatched_replies = 0;
+  uint64_t changes = 0;   // distinct data values beyond the first
+  uint64_t patterns = 0;  // distinct data patterns
+  uint64_t orphans = 0;   // orphan replies carrying unrecognised payloads
+  uint64_t text = 0;      // distinct data values that are text
+  uint64_t random = 0;    // ... that look random
+  uint64_t bytes = 0;     // bytes of the distinct data values
+};
 
-// The evidence count an indicator's threshold is compared with.
-uint64_t indicator_measure(indicator i, const pair_evidence& e) noexcept;
+// The measures of E.
+evidence_measures measure_evidence(const pair_evidence& e) noexcept;
+
+// The indicators M fires, one bit per indicator.
+uint32_t fired_indicators(const evidence_measures& m) noexcept;
+
+// The count an indicator's threshold is compared with.
+uint64_t indicator_measure(indicator i, const evidence_measures& m) noexcept;
 
 }  // namespace varn::conversations

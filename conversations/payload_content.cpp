@@ -108,7 +108,7 @@ double random_entropy_threshold(uint32_t n) noexcept {
 }
 
 content_kind judge_content(const uint8_t* p, uint32_t n) noexcept {
-  if (n < k_min_judged_content) return content_kind::binary;
+  if (n < k_min_judged_text) return content_kind::binary;
   if (n > k_content_window) n = k_content_window;
   uint32_t counts[256] = {};
   uint32_t text = 0, utf16 = 0;
@@ -121,12 +121,27 @@ content_kind judge_content(const uint8_t* p, uint32_t n) noexcept {
   if (text * 20 >= n * 19) return content_kind::text;
   for (uint32_t i = 1; i < n; i += 2) utf16 += printable(p[i - 1]) && p[i] == 0;
   if (utf16 * 2 * 10 >= n * 9) return content_kind::text;
+  if (n < k_min_judged_content) return content_kind::binary;
   if (entropy_of(counts, n) < random_entropy_threshold(n)) return content_kind::binary;
   // Counters and other sequences spread their values evenly too: their successive differences
   // do not.
   uint32_t deltas[256] = {};
   for (uint32_t i = 1; i < n; ++i) ++deltas[static_cast<uint8_t>(p[i] - p[i - 1])];
   return entropy_of(deltas, n - 1) >= random_entropy_threshold(n - 1) ? content_kind::random : content_kind::binary;
+}
+
+bool shows_base64(const uint8_t* p, uint32_t n) noexcept {
+  if (n < 8) return false;
+  uint32_t padding = 0;
+  while (padding < 2 && padding < n && p[n - 1 - padding] == '=') ++padding;
+  bool shows = padding > 0;
+  for (uint32_t i = 0; i < n - padding; ++i) {
+    const uint8_t b = p[i];
+    const bool symbol = b == '+' || b == '/';
+    if (!symbol && !(b >= '0' && b <= '9') && !(b >= 'a' && b <= 'z') && !(b >= 'A' && b <= 'Z')) return false;
+    shows = shows || symbol;
+  }
+  return shows;
 }
 
 }  // namespace varn::conversations

@@ -24,12 +24,18 @@ enum class content_kind : uint8_t {
   random,  // byte values and their successive differences spread as random bytes of this length
 };
 
-// Payloads shorter than this are not judged.
+// Text is judged from this many bytes on, randomness from k_min_judged_content on: eight
+// random bytes are all printable with odds of 1 in 2,000, but too few to show their spread.
+constexpr uint32_t k_min_judged_text = 8;
 constexpr uint32_t k_min_judged_content = 16;
 // At most this many leading bytes are examined.
 constexpr uint32_t k_content_window = 256;
 
 content_kind judge_content(const uint8_t* p, uint32_t n) noexcept;
+
+// Whether N bytes at P are base64 that shows itself as such: 8 or more symbols of its alphabet,
+// at least one of them a symbol letters and digits lack ('+', '/', or '=' padding at the end).
+bool shows_base64(const uint8_t* p, uint32_t n) noexcept;
 
 // Shannon entropy in bits per byte of N bytes, and the value random bytes of that length reach
 // on average less a margin (the threshold judge_content uses), both exposed for the tests and the

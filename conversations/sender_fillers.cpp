@@ -145,6 +145,27 @@ uint32_t pattern_period(const uint8_t* p, uint32_t captured, uint32_t length, ui
   return 0;
 }
 
+// RFC 792: a time of day in milliseconds since midnight UT, or any value with the high-order
+// bit set when the sender has no such time.
+bool time_of_day(uint32_t t) noexcept { return t < 86400000u || (t & 0x80000000u) != 0; }
+
+// A timestamp request carries the sender's time in the originate field and leaves receive and
+// transmit zero (nmap and nping send zeros throughout, hping3 and scamper the time and two zeros,
+// GNU inetutils copies its time into all three); a reply carries the responder's times in
+// receive and transmit (originate is the request's).
+bool timestamp_fields(const uint8_t* p, bool request) noexcept {
+  const uint32_t originate = be32(p), receive = be32(p + 4), transmit = be32(p + 8);
+  if (!request) return time_of_day(receive) && time_of_day(transmit);
+  return time_of_day(originate) &&
+         ((receive == 0 && transmit == 0) || (receive == originate && transmit == originate));
+}
+
+// An address mask: zero (RFC 950 requests) or ones followed by zeros.
+bool mask_field(const uint8_t* p) noexcept {
+  const uint32_t inverse = ~be32(p);
+  return (inverse & (inverse + 1)) == 0;
+}
+
 }  // namespace
 
 const char* filler_name(filler f) noexcept {
@@ -154,62 +175,71 @@ const char* filler_name(filler f) noexcept {
 
 filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t length) noexcept {
   if (captured > length) captured = length;
-  if (length == 0) return {filler::empty, 0, 0};
-  if (captured < length && captured < k_min_judged) return {filler::truncated, 0, 0};
+  if (length == 0) return {filler::empty};
+  if (captured < length && captured < k_min_judged) return {filler::truncated};
   const uint32_t n = captured;
 
   // One byte value throughout (a fill byte needs 8 bytes to tell it from data).
   if (all_equal(p, 1, n, p[0])) {
-    if (p[0] == 0) return {length == 36 ? filler::mtr : filler::fping, 0, 0};
-    if (p[0] == 'X' && n >= k_min_fill) return {filler::hping3, 0, 0};
-    if (n >= k_min_fill) return {filler::mtr, 0, p[0]};
+    if (p[0] == 0) return {length == 36 ? filler::mtr : filler::fping};
+    if (p[0] == 'X' && n >= k_min_fill) return {filler::hping3};
+    if (n >= k_min_fill) return {filler::mtr, 0, 1, p[0]};
   }
   // Fixed sequences from byte 0.
-  if (follows(p, 0, n, k_windows)) return {filler::windows, 0, 0};
-  if (follows(p, 0, n, k_cisco)) return {filler::cisco, 0, 0};
-  if (follows(p, 0, n, k_traceroute)) return {filler::traceroute, 0, 0};
-  if (follows(p, 0, n, k_oping)) return {filler::oping, 0, 0};
+  if (follows(p, 0, n, k_windows)) return {filler::windows};
+  if (follows(p, 0, n, k_cisco)) return {filler::cisco};
+  if (follows(p, 0, n, k_traceroute)) return {filler::traceroute};
+  if (follows(p, 0, n, k_oping)) return {filler::oping};
   // A clock, then byte i = i.
   if (counter_from(p, 16, n) && n >= 16) {
-    if (linux_timeval(p, n)) return {filler::iputils, 16, 0};
-    if (big_endian_timeval(p, n)) return {filler::solaris, 16, 0};
+    if (linux_timeval(p, n)) return {filler::iputils, 16};
+    if (big_endian_timeval(p, n)) return {filler::solaris, 16};
   }
   if (n >= 8 && counter_from(p, 8, n)) {
-    if (bsd_clock(p, n)) return {filler::bsd, 8, 0};
-    if (le8_clock(p, n)) return {filler::solaris, 8, 0};
+    if (bsd_clock(p, n)) return {filler::bsd, 8};
+    if (le8_clock(p, n)) return {filler::solaris, 8};
   }
   // FreeBSD, macOS ping6: the 8-byte clock, then 0x00, 0x01, ... from byte 8.
   if (n >= 8 && follows(p + 8, 0, n - 8, k_counter) && (bsd_clock(p, n) || le8_clock(p, n)))
-    return {bsd_clock(p, n) ? filler::bsd : filler::solaris, 8, 0};
-  if (n >= 24 && counter_from(p, 24, n) && openbsd_clock(p, n)) return {filler::openbsd, 24, 0};
-  if (counter_from(p, 0, n)) return {filler::iputils, 0, 0};  // iputils -s below 16: no clock
+    return {bsd_clock(p, n) ? filler::bsd : filler::solaris, 8};
+  if (n >= 24 && counter_from(p, 24, n) && openbsd_clock(p, n)) return {filler::openbsd, 24};
+  if (counter_from(p, 0, n)) return {filler::iputils};  // iputils -s below 16: no clock
   // busybox: a 4-byte clock, then one fill byte.
-  if (n >= 4 + k_min_fill && all_equal(p, 5, n, p[4])) return {filler::busybox, 4, p[4]};
+  if (n >= 4 + k_min_fill && all_equal(p, 5, n, p[4])) return {filler::busybox, 4, static_cast<uint8_t>(p[4] != 0), p[4]};
   // iputils -p.
   const uint32_t start = length >= 16 ? 16 : 0;
   if (start == 0 || linux_timeval(p, n)) {
     const uint32_t period = pattern_period(p, n, length, start);
-    if (period != 0) return {filler::iputils_pattern, static_cast<uint8_t>(start), pattern_hash(p + start, period)};
+    if (period != 0)
+      return {filler::iputils_pattern, static_cast<uint8_t>(start), static_cast<uint8_t>(period), pattern_hash(p + start, period)};
   }
   // FreeBSD, macOS -p: the pattern behind the 8-byte clock.
   if (bsd_clock(p, n) || le8_clock(p, n)) {
     const uint32_t period = pattern_period(p, n, length, 8);
-    if (period != 0) return {bsd_clock(p, n) ? filler::bsd : filler::solaris, 8, pattern_hash(p + 8, period)};
+    if (period != 0)
+      return {bsd_clock(p, n) ? filler::bsd : filler::solaris, 8, static_cast<uint8_t>(period), pattern_hash(p + 8, period)};
   }
   // A data pattern from byte 0, at least four copies (routers' extended ping).
   if (length >= 16) {
     const uint32_t period = pattern_period(p, n, length, 0);
-    if (period >= 2 && length >= 4 * period) return {filler::pattern, 0, pattern_hash(p, period)};
+    if (period >= 2 && length >= 4 * period) return {filler::pattern, 0, static_cast<uint8_t>(period), pattern_hash(p, period)};
   }
-  if (glibc_random_bytes(p, n)) return {filler::fping_random, 0, 0};
-  if (icmplib_letters(p, n)) return {filler::icmplib, 0, 0};
-  return {filler::none, 0, 0};
+  if (glibc_random_bytes(p, n)) return {filler::fping_random};
+  if (icmplib_letters(p, n)) return {filler::icmplib};
+  return {filler::none};
 }
 
-filler_match recognise_payload(uint8_t kind, const uint8_t* p, uint32_t captured, uint32_t length) noexcept {
+filler_match recognise_payload(uint8_t kind, bool request, const uint8_t* p, uint32_t captured,
+                               uint32_t length) noexcept {
   // Timestamp messages: originate, receive and transmit times; address mask messages: the mask.
-  if ((kind == 13 && length == 12) || (kind == 17 && length == 4)) return {filler::message_fields, 0, 0};
-  return recognise_filler(p, captured, length);
+  const uint32_t fields = kind == 13 ? 12 : kind == 17 ? 4 : 0;
+  if (fields == 0 || length < fields) return recognise_filler(p, captured, length);
+  if (captured < fields) return {filler::truncated};
+  if (!(kind == 13 ? timestamp_fields(p, request) : mask_field(p))) return {filler::none};
+  if (length == fields) return {filler::message_fields, static_cast<uint8_t>(fields)};
+  const filler_match rest = recognise_filler(p + fields, captured - fields, length - fields);
+  if (rest.label == filler::none || rest.label == filler::truncated) return {rest.label, static_cast<uint8_t>(fields)};
+  return {filler::message_fields, static_cast<uint8_t>(fields)};
 }
 
 }  // namespace varn::conversations

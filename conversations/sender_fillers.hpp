@@ -34,8 +34,11 @@ enum class filler : uint8_t {
 
 struct filler_match {
   filler label = filler::none;
-  uint8_t clock_bytes = 0;  // leading bytes where the sender writes its clock (masked)
-  uint32_t variant = 0;     // what the sender was told to send: a -p pattern, a fill byte
+  uint8_t clock_bytes = 0;     // leading bytes where the sender writes its clock (masked), or a
+                               // timestamp or mask message's fields (where data begins when the
+                               // label is none)
+  uint8_t pattern_length = 0;  // the pattern's length (it starts behind the clock); 0: none
+  uint32_t variant = 0;        // what the sender was told to send: a -p pattern, a fill byte
 };
 
 // Recognises the filler of an echo payload: CAPTURED bytes at P of a payload of LENGTH bytes
@@ -43,8 +46,12 @@ struct filler_match {
 filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t length) noexcept;
 
 // The same for a message of request type KIND (8 and 128 echo, 13 timestamp, 15 information,
-// 17 address mask): timestamp and mask messages carry their fields, not a filler.
-filler_match recognise_payload(uint8_t kind, const uint8_t* p, uint32_t captured, uint32_t length) noexcept;
+// 17 address mask), a request or a reply: timestamp and mask messages carry their fields, which
+// are message_fields when they hold what senders and responders put there (times of day, a
+// mask) and data otherwise; bytes behind the fields are recognised as a filler on their own
+// (clock_bytes says where they begin).
+filler_match recognise_payload(uint8_t kind, bool request, const uint8_t* p, uint32_t captured,
+                               uint32_t length) noexcept;
 
 // The label's name as reports write it ("iputils", "none", ...).
 const char* filler_name(filler f) noexcept;

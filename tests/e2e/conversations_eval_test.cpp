@@ -1,9 +1,10 @@
 // Evaluation of -summary on labelled real traffic: every echo conversation between the two hosts
 // of a tunnel or an exfiltration must be flagged, and no conversation of ordinary traffic. The
 // labels come from the catalogue of the shared tunnel captures (its README's table, restated
-// below), from tests/traffic/labels.tsv and from the evaluation set's labels.tsv
-// ($VARN_EVAL_DIR, default ../notes/eval beside the checkout), when present. Each file is read as
-// a user would: varn -ifile F -any_format -summary -json.
+// below), from tests/traffic/labels.tsv, and from the labels.tsv of the evaluation set
+// ($VARN_EVAL_DIR, default ../notes/eval beside the checkout) and of the red team's set
+// ($VARN_REDTEAM_DIR, default ../notes/redteam), when present. Each file is read as a user
+// would: varn -ifile F -any_format -summary -json.
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -63,9 +64,10 @@ std::vector<label_row> tsv_labels(const std::string& dir) {
   return out;
 }
 
-std::string eval_dir() {
-  if (const char* d = std::getenv("VARN_EVAL_DIR")) return d;
-  return std::string(VARN_SOURCE_DIR) + "/../notes/eval";
+// A labelled set kept beside the checkout: $VARIABLE, else ../notes/NAME.
+std::string notes_dir(const char* variable, const char* name) {
+  if (const char* d = std::getenv(variable)) return d;
+  return std::string(VARN_SOURCE_DIR) + "/../notes/" + name;
 }
 
 struct conversation_row {
@@ -78,11 +80,12 @@ TEST(conversations_eval_test, flags_every_tunnel_conversation_and_no_ordinary_on
   std::vector<label_row> labels;
   const std::string tunnels = shared_tunnels_dir();
   if (!tunnels.empty()) labels = shared_labels(tunnels);
-  for (const std::string& dir : {std::string(VARN_SOURCE_DIR) + "/tests/traffic", eval_dir()}) {
+  for (const std::string& dir : {std::string(VARN_SOURCE_DIR) + "/tests/traffic", notes_dir("VARN_EVAL_DIR", "eval"),
+                                 notes_dir("VARN_REDTEAM_DIR", "redteam")}) {
     const std::vector<label_row> more = tsv_labels(dir);
     labels.insert(labels.end(), more.begin(), more.end());
   }
-  if (labels.empty()) GTEST_SKIP() << "no labelled captures (shared tunnels, tests/traffic, the evaluation set)";
+  if (labels.empty()) GTEST_SKIP() << "no labelled captures (shared tunnels, tests/traffic, the evaluation sets)";
   // The shared captures carry a snapshot length the classic reader refuses: -any_format must read them.
   if (!tunnels.empty()) {
     const run_result probe = run_varn({"-ifile", tunnels + "/tun-ptunnel-ng-http.pcap", "-any_format", "-summary", "-json"});

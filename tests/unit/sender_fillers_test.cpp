@@ -106,11 +106,43 @@ TEST(sender_fillers_test, labels_each_sender_and_leaves_data_alone) {
   }
 }
 
-TEST(sender_fillers_test, timestamp_and_mask_messages_carry_fields) {
-  const auto fields = hex("0001e2400001e2410001e242");  // originate, receive, transmit
-  EXPECT_EQ(varn::conversations::recognise_payload(13, fields.data(), 12, 12).label, filler::message_fields);
-  EXPECT_EQ(varn::conversations::recognise_payload(17, fields.data(), 4, 4).label, filler::message_fields);
-  EXPECT_EQ(varn::conversations::recognise_payload(8, fields.data(), 12, 12).label, filler::none);
+TEST(sender_fillers_test, timestamp_and_mask_fields_are_judged) {
+  struct row {
+    const char* what;
+    uint8_t kind;
+    bool request;
+    std::vector<uint8_t> payload;
+    filler label;
+    uint8_t data_from;
+  };
+  const std::vector<row> rows = {
+      {"nmap, nping: zeros", 13, true, hex("000000000000000000000000"), filler::message_fields, 12},
+      {"hping3, scamper: the time, two zeros (captured)", 13, true, hex("047328a60000000000000000"),
+       filler::message_fields, 12},
+      {"inetutils: the time thrice (captured)", 13, true, hex("0472fa5b0472fa5b0472fa5b"), filler::message_fields, 12},
+      {"a time with the high-order bit", 13, true, hex("812345670000000000000000"), filler::message_fields, 12},
+      {"reply: the responder's times (captured)", 13, false, hex("64625f68046b5be9046b5be9"), filler::message_fields,
+       12},
+      {"text in the fields (captured)", 13, true, hex("64625f686f73743d31302e32"), filler::none, 0},
+      {"86,400,000 ms: no time of day", 13, true, hex("05265c000000000000000000"), filler::none, 0},
+      {"receive and transmit filled in by the sender", 13, true, hex("0472fa5b0000000100000002"), filler::none, 0},
+      {"scamper: fields and zeros (captured)", 13, true, cat(hex("04738a0c0000000000000000"), std::vector<uint8_t>(32, 0)),
+       filler::message_fields, 12},
+      {"nping --data-string behind zero fields (captured)", 13, true,
+       hex("0000000000000000000000005a474a666147397a644430784d4334794d43347a4d4334304d41706b"), filler::none, 12},
+      {"mask request: zero", 17, true, hex("00000000"), filler::message_fields, 4},
+      {"mask reply: /24", 17, false, hex("ffffff00"), filler::message_fields, 4},
+      {"mask with a hole", 17, false, hex("ff00ff00"), filler::none, 0},
+      {"nmap --data-length behind a mask (captured)", 17, true, hex("00000000d22452015f8f74798637c90684a625aca8ef36d7763f005c"),
+       filler::none, 4},
+      {"echo: no fields", 8, true, hex("0001e2400001e2410001e242"), filler::none, 0},
+  };
+  for (const row& r : rows) {
+    const auto n = static_cast<uint32_t>(r.payload.size());
+    const auto m = varn::conversations::recognise_payload(r.kind, r.request, r.payload.data(), n, n);
+    EXPECT_STREQ(filler_name(m.label), filler_name(r.label)) << r.what;
+    EXPECT_EQ(m.clock_bytes, r.data_from) << r.what;
+  }
 }
 
 TEST(sender_fillers_test, patterns_are_told_apart_by_their_variant) {

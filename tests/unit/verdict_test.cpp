@@ -23,32 +23,30 @@ std::string names(uint32_t bits) {
 TEST(verdict_test, thresholds_and_verdicts) {
   struct row {
     const char* what;
-    std::function<void(pair_evidence&)> set;
+    std::function<void(evidence_measures&)> set;
     const char* fired;
     bool flagged;
   };
   const std::vector<row> rows = {
-      {"nothing", [](pair_evidence&) {}, "", false},
-      {"one tunnel header", [](pair_evidence& e) { e.signature_frames = 1; }, "", false},
-      {"two tunnel headers", [](pair_evidence& e) { e.signature_frames = 2; }, "tunnel_signature", true},
-      {"two replies not echoed", [](pair_evidence& e) { e.mismatched_replies = 2; }, "", false},
-      {"three replies not echoed", [](pair_evidence& e) { e.mismatched_replies = 3; }, "reply_not_echo", true},
-      {"five payload changes", [](pair_evidence& e) { e.data_changes = 5; }, "", false},
-      {"six payload changes", [](pair_evidence& e) { e.data_changes = 6; }, "payload_changes", true},
-      {"seven patterns", [](pair_evidence& e) { e.distinct_patterns = 7; }, "", false},
-      {"eight patterns", [](pair_evidence& e) { e.distinct_patterns = 8; }, "pattern_changes", true},
-      {"constant random payload (nmap --data-length)",
-       [](pair_evidence& e) { e.random_payloads = 40, e.data_bytes = 40 * 1400; }, "high_entropy,data_volume", false},
-      {"random payload changed once (two nping runs)",
-       [](pair_evidence& e) { e.random_payloads = 6, e.data_changes = 1; }, "high_entropy", false},
-      {"changing text", [](pair_evidence& e) { e.text_payloads = 3, e.data_changes = 2; }, "text_payload", true},
-      {"changing random bytes", [](pair_evidence& e) { e.random_payloads = 2, e.data_changes = 2; }, "high_entropy", true},
-      {"orphans carrying changing data", [](pair_evidence& e) { e.data_orphans = 3, e.data_changes = 2; },
+      {"nothing", [](evidence_measures&) {}, "", false},
+      {"one tunnel header", [](evidence_measures& e) { e.signature_frames = 1; }, "", false},
+      {"two tunnel headers", [](evidence_measures& e) { e.signature_frames = 2; }, "tunnel_signature", true},
+      {"two replies not echoed", [](evidence_measures& e) { e.mismatched_replies = 2; }, "", false},
+      {"three replies not echoed", [](evidence_measures& e) { e.mismatched_replies = 3; }, "reply_not_echo", true},
+      {"five payload changes", [](evidence_measures& e) { e.changes = 5; }, "", false},
+      {"six payload changes", [](evidence_measures& e) { e.changes = 6; }, "payload_changes", true},
+      {"seven patterns", [](evidence_measures& e) { e.patterns = 7; }, "", false},
+      {"eight patterns", [](evidence_measures& e) { e.patterns = 8; }, "pattern_changes", true},
+      {"two random values (two nping --data-length runs)",
+       [](evidence_measures& e) { e.random = 2, e.changes = 1, e.bytes = 2 * 4500; }, "high_entropy,data_volume", false},
+      {"changing text", [](evidence_measures& e) { e.text = 3, e.changes = 2; }, "text_payload", true},
+      {"changing random bytes", [](evidence_measures& e) { e.random = 2, e.changes = 2; }, "high_entropy", true},
+      {"orphans carrying changing data", [](evidence_measures& e) { e.orphans = 3, e.changes = 2; },
        "orphan_replies", true},
-      {"8 KiB of changing data", [](pair_evidence& e) { e.data_bytes = 8192, e.data_changes = 2; }, "data_volume", true},
+      {"8 KiB of changing data", [](evidence_measures& e) { e.bytes = 8192, e.changes = 2; }, "data_volume", true},
   };
   for (const row& r : rows) {
-    pair_evidence e;
+    evidence_measures e;
     r.set(e);
     const uint32_t fired = fired_indicators(e);
     EXPECT_EQ(names(fired), r.fired) << r.what;

@@ -1,0 +1,72 @@
+// The distinct values a host pair sent in its echo traffic: data payloads (by the fingerprint of
+// their bytes behind any clock or message fields) and sender patterns (ping -p, fill bytes), how
+// often each went, and what its bytes look like. Distinct values, not payloads, are the evidence:
+// a payload sent again, or a sender returning to an earlier one, adds nothing.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace varn::conversations {
+
+enum value_flag : uint8_t {
+  k_value_pattern = 1,  // a sender's pattern or fill byte, not a payload
+  k_value_shared = 2,   // also sent to another receiver by another host pair: a scanner's or
+                        // monitor's filler
+  k_value_fill = 4,     // a fill byte that changed inside one conversation: a random fill
+};
+
+struct sent_value {
+  uint64_t key = 0;    // data: fingerprint of the compared bytes; pattern: its hash (tagged)
+  uint32_t bytes = 0;  // data: the compared bytes; pattern: its length
+  uint16_t sends = 0;  // payloads that carried it (saturates)
+  uint8_t kind = 0;    // content_kind of its bytes (patterns shorter than 8 bytes: binary)
+  uint8_t flags = 0;   // value_flag bits
+};
+
+// A pattern is data only when at most this many payloads carried it: ping -p sends a chunk
+// with -c 1 (one process per chunk), a line test sends each pattern several times.
+constexpr uint16_t k_max_pattern_sends = 2;
+// Patterns this long and longer are judged and counted like data payloads too.
+constexpr uint32_t k_min_pattern_data = 8;
+
+// What values amount to.
+struct value_counts {
+  uint32_t data = 0;      // distinct data values (data payloads and data patterns of 8 bytes on)
+  uint32_t text = 0;      // of them, text
+  uint32_t random = 0;    // of them, random-looking
+  uint32_t patterns = 0;  // distinct data patterns
+  uint64_t bytes = 0;     // their bytes, each value once
+
+  // Counts V by the rules: shared values and random fills are no data, patterns only when few
+  // payloads carried them.
+  void add(const sent_value& v) noexcept;
+  void add(const value_counts& o) noexcept;
+};
+
+class value_book {
+ public:
+  // Values remembered at most; beyond, the oldest is counted as it stands and forgotten.
+  static constexpr size_t k_capacity = 32;
+
+  sent_value* find(uint64_t key) noexcept;
+  // Adds V (whose key is not in the book) and returns it.
+  sent_value& add(const sent_value& v);
+  // The counts of every value seen, the forgotten ones included.
+  value_counts counts() const noexcept;
+  // Text and random values among those not known to be shared: how many are judged already.
+  uint32_t judged_text() const noexcept { return m_text; }
+  uint32_t judged_random() const noexcept { return m_random; }
+  // Marks V shared (once).
+  void mark_shared(sent_value& v) noexcept;
+  size_t heap_bytes() const noexcept { return m_values.capacity() * sizeof(sent_value); }
+
+ private:
+  std::vector<sent_value> m_values;  // in order of arrival from m_oldest on, round
+  value_counts m_forgotten;
+  uint32_t m_text = 0, m_random = 0;
+  uint8_t m_oldest = 0;
+};
+
+}  // namespace varn::conversations
