@@ -15,10 +15,6 @@ namespace varn::conversations {
 namespace {
 
 constexpr size_t k_fragment_slots = 1024;
-// Unrecognised payloads longer than this are compared from byte 16 on: an unknown sender's clock
-// at the front does not make its payloads "change".
-constexpr uint32_t k_compare_from_16_above = 24;
-
 // The key of a sender's pattern in the value book, apart from payload fingerprints.
 uint64_t pattern_key(uint32_t variant) noexcept {
   uint64_t h = (static_cast<uint64_t>(variant) | 0x5a00000000ull) * 0x9e3779b97f4a7c15ull;
@@ -206,7 +202,7 @@ void conversation_tracker::record_sent_data(uint32_t pi, conversation& c, const 
   }
   if (fm.label != filler::none) return;
   // Data: behind a timestamp or mask message's fields, behind an unknown sender's clock.
-  const uint32_t from = fm.clock_bytes != 0 ? fm.clock_bytes : m.captured > k_compare_from_16_above ? 16 : 0;
+  const uint32_t from = fm.clock_bytes;
   if (m.captured <= from) return;
   const uint8_t* p = m.payload + from;
   const uint32_t n = m.captured - from;
@@ -226,7 +222,7 @@ void conversation_tracker::add_echo(const icmp_message& m, uint32_t file, uint64
   pair_evidence& e = m_table.pair(pi).evidence;
   note_frame(c, m, file, frame);
 
-  const filler_match fm = recognise_payload(m.echo_kind, request, m.payload, m.captured, m.length);
+  const filler_match fm = recognise_payload(m.echo_kind, request, m.payload, m.captured, m.length, m.time_ns);
   out.label = fm.label;
   c.fillers |= 1u << static_cast<unsigned>(fm.label);
   const payload_prints prints = fingerprint_payload(m.payload, m.captured);

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <array>
+#include <cmath>
 #include <cstring>
 
 namespace varn::conversations {
@@ -10,13 +11,16 @@ namespace {
 
 constexpr std::array<const char*, static_cast<size_t>(filler::count_)> k_names = {
     "none", "empty", "iputils", "iputils-pattern", "bsd", "solaris", "openbsd", "busybox", "windows",
-    "cisco", "fping", "mtr", "hping3", "traceroute", "fping-random", "oping", "icmplib", "pattern", "message-fields", "truncated"};
+    "cisco", "fping", "mtr", "hping3", "traceroute", "fping-random", "oping", "icmplib", "pattern", "message-fields", "truncated", "check-icmp", "go-ping"};
 
 // Fewer captured bytes than this, of a payload the capture cut, are not enough to tell a filler
 // from data: the longest clock prefix (OpenBSD's) is 24 bytes.
 constexpr uint32_t k_min_judged = 24;
 // Repeated fill bytes (other than zeros) are a filler from this many on.
 constexpr uint32_t k_min_fill = 8;
+// Unrecognised payloads longer than this are compared from byte 16 on: an unknown sender's clock
+// at the front does not make its payloads "change".
+constexpr uint32_t k_compare_from_16_above = 24;
 
 uint32_t le32(const uint8_t* p) noexcept {
   return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 | static_cast<uint32_t>(p[2]) << 16 |
@@ -145,6 +149,42 @@ uint32_t pattern_period(const uint8_t* p, uint32_t captured, uint32_t length, ui
   return 0;
 }
 
+// check_icmp (monitoring-plugins): its struct of the send time (a timeval) and a ping id of 10,
+// with the struct's 6 bytes of padding as the stack left them, then the zeroed buffer.
+bool check_icmp_data(const uint8_t* p, uint32_t n) noexcept {
+  return n >= 24 && linux_timeval(p, n) && p[16] == 10 && p[17] == 0 && all_equal(p, 24, n, 0);
+}
+
+uint64_t be64(const uint8_t* p) noexcept { return static_cast<uint64_t>(be32(p)) << 32 | be32(p + 4); }
+uint64_t le64(const uint8_t* p) noexcept { return static_cast<uint64_t>(le32(p + 4)) << 32 | le32(p); }
+
+constexpr int64_t k_ns_per_second = 1000000000;
+// A sender's clock may be this far from the capture's.
+constexpr int64_t k_clock_tolerance_s = 86400;
+
+bool near(uint64_t value, uint64_t per_second, int64_t time_ns) noexcept {
+  const int64_t seconds = time_ns / k_ns_per_second;
+  const uint64_t low = static_cast<uint64_t>(seconds > k_clock_tolerance_s ? seconds - k_clock_tolerance_s : 1);
+  const uint64_t high = static_cast<uint64_t>(seconds + k_clock_tolerance_s);
+  return value >= low * per_second && value <= high * per_second;
+}
+
+bool near_double(uint64_t bits, int64_t time_ns) noexcept {
+  double d;
+  std::memcpy(&d, &bits, sizeof d);
+  if (!std::isfinite(d)) return false;
+  const double seconds = static_cast<double>(time_ns) / k_ns_per_second;
+  return std::fabs(d - seconds) <= k_clock_tolerance_s;
+}
+
+// Go pingers (pro-bing, go-ping): the send time as big-endian nanoseconds, the pinger's tracker
+// (a version 4 UUID, or 8 random bytes in go-ping), then 0x01 to the payload's end.
+bool go_ping_data(const uint8_t* p, uint32_t n, int64_t time_ns) noexcept {
+  if (n < 16 || !near(be64(p), k_ns_per_second, time_ns)) return false;
+  const bool uuid = n >= 24 && (p[14] >> 4) == 4 && (p[16] >> 6) == 2;
+  return all_equal(p, uuid ? 24 : 16, n, 1);
+}
+
 // RFC 792: a time of day in milliseconds since midnight UT, or any value with the high-order
 // bit set when the sender has no such time.
 bool time_of_day(uint32_t t) noexcept { return t < 86400000u || (t & 0x80000000u) != 0; }
@@ -224,22 +264,65 @@ filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t leng
     const uint32_t period = pattern_period(p, n, length, 0);
     if (period >= 2 && length >= 4 * period) return {filler::pattern, 0, static_cast<uint8_t>(period), pattern_hash(p, period)};
   }
+  if (check_icmp_data(p, n)) return {filler::check_icmp, 16};
   if (glibc_random_bytes(p, n)) return {filler::fping_random};
   if (icmplib_letters(p, n)) return {filler::icmplib};
   return {filler::none};
 }
 
-filler_match recognise_payload(uint8_t kind, bool request, const uint8_t* p, uint32_t captured,
-                               uint32_t length) noexcept {
+uint32_t leading_clock(const uint8_t* p, uint32_t n, int64_t time_ns) noexcept {
+  if (time_ns <= 0 || n < 4) return 0;
+  if (n >= 8) {
+    for (const bool big : {true, false}) {
+      const uint64_t v = big ? be64(p) : le64(p);
+      if (near(v, 1, time_ns)) {
+        // 64-bit seconds; a timeval or timespec has the fraction behind them.
+        const uint64_t fraction = n >= 16 ? (big ? be64(p + 8) : le64(p + 8)) : k_ns_per_second;
+        return fraction < static_cast<uint64_t>(k_ns_per_second) ? 16 : 8;
+      }
+      if (near(v, 1000, time_ns) || near(v, 1000000, time_ns) || near(v, k_ns_per_second, time_ns) ||
+          near_double(v, time_ns))
+        return 8;
+    }
+  }
+  for (const bool big : {true, false}) {
+    if (!near(big ? be32(p) : le32(p), 1, time_ns)) continue;
+    // 32-bit seconds, and the fraction behind them.
+    return n >= 8 && (big ? be32(p + 4) : le32(p + 4)) < k_ns_per_second ? 8 : 4;
+  }
+  return 0;
+}
+
+namespace {
+
+// Recognises the payload of an echo-style message (no fields) or the bytes behind a timestamp or
+// mask message's fields (BEHIND_FIELDS: their sender's clock is in the fields).
+filler_match recognise_data(const uint8_t* p, uint32_t captured, uint32_t length, int64_t time_ns,
+                            bool behind_fields) noexcept {
+  filler_match m = recognise_filler(p, captured, length);
+  if (m.label != filler::none) return m;
+  const uint32_t n = captured < length ? captured : length;
+  if (time_ns > 0 && go_ping_data(p, n, time_ns)) return {filler::go_ping, 8};
+  const uint32_t clock = leading_clock(p, n, time_ns);
+  m.clock_bytes = static_cast<uint8_t>(!behind_fields && n > k_compare_from_16_above && clock < 16 ? 16 : clock);
+  return m;
+}
+
+}  // namespace
+
+filler_match recognise_payload(uint8_t kind, bool request, const uint8_t* p, uint32_t captured, uint32_t length,
+                               int64_t time_ns) noexcept {
   // Timestamp messages: originate, receive and transmit times; address mask messages: the mask.
   const uint32_t fields = kind == 13 ? 12 : kind == 17 ? 4 : 0;
-  if (fields == 0 || length < fields) return recognise_filler(p, captured, length);
+  if (fields == 0 || length < fields) return recognise_data(p, captured, length, time_ns, false);
   if (captured < fields) return {filler::truncated};
+  // Fields no sender or responder writes carry data.
   if (!(kind == 13 ? timestamp_fields(p, request) : mask_field(p))) return {filler::none};
   if (length == fields) return {filler::message_fields, static_cast<uint8_t>(fields)};
-  const filler_match rest = recognise_filler(p + fields, captured - fields, length - fields);
-  if (rest.label == filler::none || rest.label == filler::truncated) return {rest.label, static_cast<uint8_t>(fields)};
-  return {filler::message_fields, static_cast<uint8_t>(fields)};
+  filler_match rest = recognise_data(p + fields, captured - fields, length - fields, time_ns, true);
+  if (rest.label != filler::none && rest.label != filler::truncated) return {filler::message_fields, static_cast<uint8_t>(fields)};
+  rest.clock_bytes = static_cast<uint8_t>(rest.clock_bytes + fields);
+  return rest;
 }
 
 }  // namespace varn::conversations

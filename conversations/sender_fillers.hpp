@@ -29,6 +29,9 @@ enum class filler : uint8_t {
                     // patterns other than 0xabcd)
   message_fields,   // the fields of a timestamp (12 bytes) or address mask (4 bytes) message
   truncated,        // too little of the payload was captured to tell
+  check_icmp,       // monitoring-plugins check_icmp: the timeval, its ping id, then zeros
+  go_ping,          // Go pingers (pro-bing, go-ping: smokeping_prober, Telegraf): nanosecond
+                    // clock, the pinger's tracker, then 0x01 bytes
   count_,
 };
 
@@ -46,12 +49,21 @@ struct filler_match {
 filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t length) noexcept;
 
 // The same for a message of request type KIND (8 and 128 echo, 13 timestamp, 15 information,
-// 17 address mask), a request or a reply: timestamp and mask messages carry their fields, which
-// are message_fields when they hold what senders and responders put there (times of day, a
-// mask) and data otherwise; bytes behind the fields are recognised as a filler on their own
-// (clock_bytes says where they begin).
-filler_match recognise_payload(uint8_t kind, bool request, const uint8_t* p, uint32_t captured,
-                               uint32_t length) noexcept;
+// 17 address mask), a request or a reply, captured at TIME_NS (nanoseconds since 1970; 0:
+// unknown): timestamp and mask messages carry their fields, which are message_fields when they
+// hold what senders and responders put there (times of day, a mask) and data otherwise; bytes
+// behind the fields are recognised as a filler on their own. Senders whose clock must be told by
+// the capture time (go_ping) are recognised here. For payloads labelled none, clock_bytes says
+// where their data begins: behind the fields, behind leading bytes that hold the capture time
+// (an unknown sender's clock), and from byte 16 on when more than 24 bytes follow (an unknown
+// sender's clock of any kind).
+filler_match recognise_payload(uint8_t kind, bool request, const uint8_t* p, uint32_t captured, uint32_t length,
+                               int64_t time_ns = 0) noexcept;
+
+// The leading bytes of N bytes at P that hold TIME_NS (within a day) as a sender's clock: 4-byte
+// seconds, 8-byte seconds, milli-, micro- or nanoseconds since 1970 or a double of seconds, in
+// either byte order, with the microseconds or nanoseconds behind whole seconds. 0: none.
+uint32_t leading_clock(const uint8_t* p, uint32_t n, int64_t time_ns) noexcept;
 
 // The label's name as reports write it ("iputils", "none", ...).
 const char* filler_name(filler f) noexcept;
