@@ -87,12 +87,19 @@ TEST(payload_content_test, judges_text_random_and_other_bytes) {
       {"random, 1400 bytes", random_bytes(1400, 3), content_kind::random},
       {"counter: every value, no randomness", counter, content_kind::binary},
       {"mostly zeros", sparse, content_kind::binary},
+      {"eight bytes of text", text("pass=Win"), content_kind::text},
       {"too short to judge", random_bytes(12, 4), content_kind::binary},
   };
   for (const row& r : rows)
     EXPECT_EQ(static_cast<int>(judge_content(r.payload.data(), static_cast<uint32_t>(r.payload.size()))),
               static_cast<int>(r.expected))
         << r.what;
+  // Base64 shows itself by a symbol letters and digits lack.
+  for (const auto& [chunk, shows] : std::vector<std::pair<std::string, bool>>{
+           {"yDW+o3auTbFsupTgdjY4", true}, {"R8/+7Q==", true}, {"aGVsbG8=", true}, {"D0kCasAaemlJoRpBGEMC", false},
+           {"a+b=c/d-", false}, {"+/=", false}, {"path/to file", false}})
+    EXPECT_EQ(shows_base64(reinterpret_cast<const uint8_t*>(chunk.data()), static_cast<uint32_t>(chunk.size())), shows)
+        << chunk;
   // Random bytes pass at every judged length, across seeds (the threshold is the expected
   // entropy less 0.4 bit).
   int missed = 0;

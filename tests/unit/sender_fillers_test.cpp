@@ -4,6 +4,7 @@
 // and data must stay "none".
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -93,6 +94,8 @@ TEST(sender_fillers_test, labels_each_sender_and_leaves_data_alone) {
       {"cut by the capture before the counter", hex("ed88046b00000000bcf90400"), 56, filler::truncated, 0},
       {"iputils cut after the counter began", cat(hex("ed88046b00000000bcf9040000000000"), counter(16, 16)), 1400,
        filler::iputils, 16},
+      {"check_icmp (captured)",
+       hex("dfa4046b00000000628b0a00000000000a002c9e627f0000" + std::string(88, '0')), 0, filler::check_icmp, 16},
       {"ptunnel-ng header (captured)", hex("deadc0de0a63000200001f40400000000000ffff000000000000dca8"), 0, filler::none, 0},
       {"text chunk", cycle("GNU GENERAL PUBLIC LICENSE Version 3, 29 June 2007 ", 64), 0, filler::none, 0},
       {"iputils layout with a clock that is no timeval", cat(hex("ed88046b11111111bcf9040000000000"), counter(16, 40)), 0,
@@ -140,6 +143,45 @@ TEST(sender_fillers_test, timestamp_and_mask_fields_are_judged) {
   for (const row& r : rows) {
     const auto n = static_cast<uint32_t>(r.payload.size());
     const auto m = varn::conversations::recognise_payload(r.kind, r.request, r.payload.data(), n, n);
+    EXPECT_STREQ(filler_name(m.label), filler_name(r.label)) << r.what;
+    EXPECT_EQ(m.clock_bytes, r.data_from) << r.what;
+  }
+}
+
+// Clocks told by the capture time: Go pingers' payloads, and where an unknown sender's data begins.
+TEST(sender_fillers_test, clocks_near_the_capture_time) {
+  const int64_t sent = 0x18eac8ddd0eda6fcll;  // the first pro-bing request's clock (ns)
+  const int64_t day = 86400ll * 1000000000ll;
+  std::vector<uint8_t> seconds_micros = hex("00000000000000000102030405060708");  // 32-bit seconds, microseconds
+  const uint32_t s32 = static_cast<uint32_t>(sent / 1000000000);
+  for (int i = 0; i < 4; ++i) seconds_micros[i] = static_cast<uint8_t>(s32 >> (8 * i));
+  seconds_micros[4] = 0x40;
+  std::vector<uint8_t> double_seconds(8);
+  const double d = static_cast<double>(sent) / 1e9;
+  uint64_t bits;
+  std::memcpy(&bits, &d, 8);
+  for (int i = 0; i < 8; ++i) double_seconds[i] = static_cast<uint8_t>(bits >> (56 - 8 * i));  // big-endian
+  struct row {
+    const char* what;
+    std::vector<uint8_t> payload;
+    int64_t time_ns;
+    filler label;
+    uint8_t data_from;
+  };
+  const std::vector<row> rows = {
+      {"pro-bing, 56 bytes (smokeping_prober, captured)",
+       cat(hex("18eac8ddd0eda6fca9b02de1b11d4140b02d26859844721e"), cycle("\x01", 32)), sent + 250000, filler::go_ping, 8},
+      {"pro-bing -s 24 (captured)", hex("18eac8df192b7f916eaa007dc0c84bafbef9b97e17895ad1"), sent + 6 * 1000000000ll,
+       filler::go_ping, 8},
+      {"the same two days off", hex("18eac8df192b7f916eaa007dc0c84bafbef9b97e17895ad1"), sent + 2 * day, filler::none, 0},
+      {"32-bit seconds and microseconds, then data", seconds_micros, sent, filler::none, 8},
+      {"a double of seconds (ping3), then data", cat(double_seconds, cycle("Q", 16)), sent, filler::none, 8},
+      {"more than 24 bytes: from byte 16 on", cycle("GNU GENERAL PUBLIC LICENSE Version 3", 40), sent, filler::none, 16},
+      {"a capture time unknown", seconds_micros, 0, filler::none, 0},
+  };
+  for (const row& r : rows) {
+    const auto n = static_cast<uint32_t>(r.payload.size());
+    const auto m = varn::conversations::recognise_payload(8, true, r.payload.data(), n, n, r.time_ns);
     EXPECT_STREQ(filler_name(m.label), filler_name(r.label)) << r.what;
     EXPECT_EQ(m.clock_bytes, r.data_from) << r.what;
   }
