@@ -155,10 +155,12 @@ void conversation_tracker::finish() {
 void conversation_tracker::note_value(uint32_t pi, const icmp_message& m, sent_value value, const uint8_t* bytes,
                                       uint32_t n) {
   value_book& book = m_table.pair(pi).evidence.values;
-  sent_value* v = book.find(value.key);
+  const sent_value* v = book.find(value.key);
   if (v != nullptr) {
-    if (v->sends < 0xffff) ++v->sends;
-    v->flags |= value.flags;
+    book.sent_again(*v, value.flags);
+    // Its receiver is noted already; again at 2, 4, 8, ... sends, in case another value took
+    // its slot in the run's table.
+    if ((v->flags & k_value_shared) != 0 || (v->sends & (v->sends - 1)) != 0) return;
   } else {
     // Once text or random values have fired their indicator, more of them change nothing.
     const uint64_t text_enough = k_indicators[static_cast<size_t>(indicator::text_payload)].threshold;
@@ -170,10 +172,10 @@ void conversation_tracker::note_value(uint32_t pi, const icmp_message& m, sent_v
   }
   const shared_values::sighting seen = m_shared.note(value.key, pi, receiver_hash(m.ipv6, m.destination));
   if (!seen.shared) return;
-  book.mark_shared(*v);
+  book.mark(*v, k_value_shared);
   if (seen.first == k_no_index || seen.first == pi) return;
   value_book& first = m_table.pair(seen.first).evidence.values;
-  if (sent_value* w = first.find(value.key)) first.mark_shared(*w);
+  if (const sent_value* w = first.find(value.key)) first.mark(*w, k_value_shared);
 }
 
 void conversation_tracker::record_sent_data(uint32_t pi, conversation& c, const filler_match& fm, const icmp_message& m,
@@ -186,7 +188,7 @@ void conversation_tracker::record_sent_data(uint32_t pi, conversation& c, const 
       // conversation is drawn at random (mtr -B above 255, one per round).
       if (c.fill != 0 && c.fill != fm.variant && !c.fill_changed) {
         c.fill_changed = true;
-        if (sent_value* before = e.values.find(pattern_key(c.fill))) before->flags |= k_value_fill;
+        if (const sent_value* before = e.values.find(pattern_key(c.fill))) e.values.mark(*before, k_value_fill);
       }
       c.fill = fm.variant;
       if (c.fill_changed) v.flags |= k_value_fill;

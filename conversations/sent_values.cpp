@@ -10,58 +10,62 @@ bool is(const sent_value& v, content_kind k) noexcept { return v.kind == static_
 
 }  // namespace
 
-void value_counts::add(const sent_value& v) noexcept {
+void value_counts::count(const sent_value& v, int sign) noexcept {
   if ((v.flags & k_value_shared) != 0) return;
   if ((v.flags & k_value_pattern) != 0) {
     if ((v.flags & k_value_fill) != 0 || v.sends > k_max_pattern_sends) return;
-    ++patterns;
+    patterns += sign;
     if (v.bytes < k_min_pattern_data) return;
   }
-  ++data;
-  text += is(v, content_kind::text);
-  random += is(v, content_kind::random);
-  bytes += v.bytes;
+  data += sign;
+  text += sign * is(v, content_kind::text);
+  random += sign * is(v, content_kind::random);
+  bytes += static_cast<uint64_t>(static_cast<int64_t>(sign) * v.bytes);
 }
 
-void value_counts::add(const value_counts& o) noexcept {
-  data += o.data;
-  text += o.text;
-  random += o.random;
-  patterns += o.patterns;
-  bytes += o.bytes;
-}
-
-sent_value* value_book::find(uint64_t key) noexcept {
-  for (sent_value& v : m_values)
+const sent_value* value_book::find(uint64_t key) const noexcept {
+  if ((m_present >> (key % 64) & 1) == 0) return nullptr;
+  for (const sent_value& v : m_values)
     if (v.key == key) return &v;
   return nullptr;
 }
 
-sent_value& value_book::add(const sent_value& v) {
+const sent_value& value_book::add(const sent_value& v) {
+  m_counts.count(v);
   m_text += is(v, content_kind::text) && (v.flags & k_value_shared) == 0;
   m_random += is(v, content_kind::random) && (v.flags & k_value_shared) == 0;
   if (m_values.size() < k_capacity) {
+    m_present |= uint64_t{1} << (v.key % 64);
     m_values.push_back(v);
     return m_values.back();
   }
+  // The oldest value's part in the counts stays as it is.
   sent_value& slot = m_values[m_oldest];
-  m_forgotten.add(slot);
   slot = v;
   m_oldest = static_cast<uint8_t>((m_oldest + 1) % k_capacity);
+  m_present = 0;
+  for (const sent_value& w : m_values) m_present |= uint64_t{1} << (w.key % 64);
   return slot;
 }
 
-value_counts value_book::counts() const noexcept {
-  value_counts c = m_forgotten;
-  for (const sent_value& v : m_values) c.add(v);
-  return c;
+void value_book::sent_again(const sent_value& v, uint8_t flags) noexcept {
+  sent_value& w = writable(v);
+  m_counts.count(w, -1);
+  if (w.sends < 0xffff) ++w.sends;
+  w.flags |= flags;
+  m_counts.count(w);
 }
 
-void value_book::mark_shared(sent_value& v) noexcept {
-  if ((v.flags & k_value_shared) != 0) return;
-  v.flags |= k_value_shared;
-  if (is(v, content_kind::text) && m_text > 0) --m_text;
-  if (is(v, content_kind::random) && m_random > 0) --m_random;
+void value_book::mark(const sent_value& v, uint8_t flags) noexcept {
+  sent_value& w = writable(v);
+  if ((w.flags | flags) == w.flags) return;
+  if ((flags & k_value_shared) != 0 && (w.flags & k_value_shared) == 0) {
+    if (is(w, content_kind::text) && m_text > 0) --m_text;
+    if (is(w, content_kind::random) && m_random > 0) --m_random;
+  }
+  m_counts.count(w, -1);
+  w.flags |= flags;
+  m_counts.count(w);
 }
 
 }  // namespace varn::conversations

@@ -39,32 +39,37 @@ struct value_counts {
   uint32_t patterns = 0;  // distinct data patterns
   uint64_t bytes = 0;     // their bytes, each value once
 
-  // Counts V by the rules: shared values and random fills are no data, patterns only when few
-  // payloads carried them.
-  void add(const sent_value& v) noexcept;
-  void add(const value_counts& o) noexcept;
+  // Counts V by the rules (shared values and random fills are no data, patterns only when few
+  // payloads carried them); SIGN -1 takes back what +1 counted.
+  void count(const sent_value& v, int sign = 1) noexcept;
 };
 
 class value_book {
  public:
-  // Values remembered at most; beyond, the oldest is counted as it stands and forgotten.
-  static constexpr size_t k_capacity = 32;
+  // Values remembered at most; beyond, the oldest is forgotten, counted as it stood.
+  static constexpr size_t k_capacity = 16;
 
-  sent_value* find(uint64_t key) noexcept;
+  // The value with KEY, or null.
+  const sent_value* find(uint64_t key) const noexcept;
   // Adds V (whose key is not in the book) and returns it.
-  sent_value& add(const sent_value& v);
+  const sent_value& add(const sent_value& v);
+  // V (found in this book) was sent once more, now with FLAGS too.
+  void sent_again(const sent_value& v, uint8_t flags) noexcept;
+  // Adds FLAGS to V (found in this book).
+  void mark(const sent_value& v, uint8_t flags) noexcept;
   // The counts of every value seen, the forgotten ones included.
-  value_counts counts() const noexcept;
-  // Text and random values among those not known to be shared: how many are judged already.
+  const value_counts& counts() const noexcept { return m_counts; }
+  // Text and random values judged so far, less those found shared.
   uint32_t judged_text() const noexcept { return m_text; }
   uint32_t judged_random() const noexcept { return m_random; }
-  // Marks V shared (once).
-  void mark_shared(sent_value& v) noexcept;
   size_t heap_bytes() const noexcept { return m_values.capacity() * sizeof(sent_value); }
 
  private:
+  sent_value& writable(const sent_value& v) noexcept { return m_values[static_cast<size_t>(&v - m_values.data())]; }
+
   std::vector<sent_value> m_values;  // in order of arrival from m_oldest on, round
-  value_counts m_forgotten;
+  uint64_t m_present = 0;            // bit (key % 64) of every key in the book
+  value_counts m_counts;
   uint32_t m_text = 0, m_random = 0;
   uint8_t m_oldest = 0;
 };
