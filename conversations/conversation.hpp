@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "conversations/echo_pairing.hpp"
@@ -23,7 +24,8 @@ struct pair_evidence {
   uint32_t letter_payloads = 0;     // sent payloads of random letters and digits (icmplib's filler)
   uint64_t letter_bytes = 0;        // their bytes
   bool base64_seen = false;         // a sent payload showed itself as base64: the letters are data too
-  value_book values;                // the distinct data payloads and patterns sent
+  std::unique_ptr<value_book> values;  // the distinct data payloads and patterns sent (from the
+                                       // first one on)
 };
 
 struct conversation {

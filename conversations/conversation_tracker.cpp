@@ -154,7 +154,9 @@ void conversation_tracker::finish() {
 
 void conversation_tracker::note_value(uint32_t pi, const icmp_message& m, sent_value value, const uint8_t* bytes,
                                       uint32_t n) {
-  value_book& book = m_table.pair(pi).evidence.values;
+  std::unique_ptr<value_book>& values = m_table.pair(pi).evidence.values;
+  if (!values) values = std::make_unique<value_book>();
+  value_book& book = *values;
   const sent_value* v = book.find(value.key);
   if (v != nullptr) {
     book.sent_again(*v, value.flags);
@@ -174,8 +176,9 @@ void conversation_tracker::note_value(uint32_t pi, const icmp_message& m, sent_v
   if (!seen.shared) return;
   book.mark(*v, k_value_shared);
   if (seen.first == k_no_index || seen.first == pi) return;
-  value_book& first = m_table.pair(seen.first).evidence.values;
-  if (const sent_value* w = first.find(value.key)) first.mark(*w, k_value_shared);
+  value_book* first = m_table.pair(seen.first).evidence.values.get();
+  if (first == nullptr) return;
+  if (const sent_value* w = first->find(value.key)) first->mark(*w, k_value_shared);
 }
 
 void conversation_tracker::record_sent_data(uint32_t pi, conversation& c, const filler_match& fm, const icmp_message& m,
@@ -188,7 +191,8 @@ void conversation_tracker::record_sent_data(uint32_t pi, conversation& c, const 
       // conversation is drawn at random (mtr -B above 255, one per round).
       if (c.fill != 0 && c.fill != fm.variant && !c.fill_changed) {
         c.fill_changed = true;
-        if (const sent_value* before = e.values.find(pattern_key(c.fill))) e.values.mark(*before, k_value_fill);
+        const sent_value* before = e.values ? e.values->find(pattern_key(c.fill)) : nullptr;
+        if (before != nullptr) e.values->mark(*before, k_value_fill);
       }
       c.fill = fm.variant;
       if (c.fill_changed) v.flags |= k_value_fill;

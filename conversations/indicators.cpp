@@ -29,7 +29,7 @@ const std::array<indicator_info, static_cast<size_t>(indicator::count_)> k_indic
 }};
 
 evidence_measures measure_evidence(const pair_evidence& e) noexcept {
-  value_counts v = e.values.counts();
+  value_counts v = e.values ? e.values->counts() : value_counts{};
   if (e.base64_seen) {
     v.data += e.letter_payloads;
     v.text += e.letter_payloads;

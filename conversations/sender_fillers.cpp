@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <array>
-#include <cmath>
 #include <cstring>
 
 namespace varn::conversations {
@@ -162,25 +161,29 @@ constexpr int64_t k_ns_per_second = 1000000000;
 // A sender's clock may be this far from the capture's.
 constexpr int64_t k_clock_tolerance_s = 86400;
 
-bool near(uint64_t value, uint64_t per_second, int64_t time_ns) noexcept {
-  const int64_t seconds = time_ns / k_ns_per_second;
-  const uint64_t low = static_cast<uint64_t>(seconds > k_clock_tolerance_s ? seconds - k_clock_tolerance_s : 1);
-  const uint64_t high = static_cast<uint64_t>(seconds + k_clock_tolerance_s);
-  return value >= low * per_second && value <= high * per_second;
-}
-
-bool near_double(uint64_t bits, int64_t time_ns) noexcept {
-  double d;
-  std::memcpy(&d, &bits, sizeof d);
-  if (!std::isfinite(d)) return false;
-  const double seconds = static_cast<double>(time_ns) / k_ns_per_second;
-  return std::fabs(d - seconds) <= k_clock_tolerance_s;
-}
+// The seconds since 1970 a sender's clock may show at a capture time.
+struct clock_window {
+  uint64_t low = 0, high = 0;
+  explicit clock_window(int64_t time_ns) noexcept {
+    const int64_t seconds = time_ns / k_ns_per_second;
+    low = static_cast<uint64_t>(seconds > k_clock_tolerance_s ? seconds - k_clock_tolerance_s : 1);
+    high = static_cast<uint64_t>(seconds + k_clock_tolerance_s);
+  }
+  // Whether VALUE, in units of 1/PER_SECOND seconds, is within the window.
+  bool holds(uint64_t value, uint64_t per_second) const noexcept {
+    return value >= low * per_second && value <= high * per_second;
+  }
+  bool holds_double(uint64_t bits) const noexcept {
+    double d;
+    std::memcpy(&d, &bits, sizeof d);
+    return d >= static_cast<double>(low) && d <= static_cast<double>(high);  // false for NaN
+  }
+};
 
 // Go pingers (pro-bing, go-ping): the send time as big-endian nanoseconds, the pinger's tracker
 // (a version 4 UUID, or 8 random bytes in go-ping), then 0x01 to the payload's end.
 bool go_ping_data(const uint8_t* p, uint32_t n, int64_t time_ns) noexcept {
-  if (n < 16 || !near(be64(p), k_ns_per_second, time_ns)) return false;
+  if (n < 16 || !clock_window(time_ns).holds(be64(p), k_ns_per_second)) return false;
   const bool uuid = n >= 24 && (p[14] >> 4) == 4 && (p[16] >> 6) == 2;
   return all_equal(p, uuid ? 24 : 16, n, 1);
 }
@@ -272,21 +275,20 @@ filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t leng
 
 uint32_t leading_clock(const uint8_t* p, uint32_t n, int64_t time_ns) noexcept {
   if (time_ns <= 0 || n < 4) return 0;
+  const clock_window w(time_ns);
   if (n >= 8) {
     for (const bool big : {true, false}) {
       const uint64_t v = big ? be64(p) : le64(p);
-      if (near(v, 1, time_ns)) {
+      if (w.holds(v, 1)) {
         // 64-bit seconds; a timeval or timespec has the fraction behind them.
         const uint64_t fraction = n >= 16 ? (big ? be64(p + 8) : le64(p + 8)) : k_ns_per_second;
         return fraction < static_cast<uint64_t>(k_ns_per_second) ? 16 : 8;
       }
-      if (near(v, 1000, time_ns) || near(v, 1000000, time_ns) || near(v, k_ns_per_second, time_ns) ||
-          near_double(v, time_ns))
-        return 8;
+      if (w.holds(v, 1000) || w.holds(v, 1000000) || w.holds(v, k_ns_per_second) || w.holds_double(v)) return 8;
     }
   }
   for (const bool big : {true, false}) {
-    if (!near(big ? be32(p) : le32(p), 1, time_ns)) continue;
+    if (!w.holds(big ? be32(p) : le32(p), 1)) continue;
     // 32-bit seconds, and the fraction behind them.
     return n >= 8 && (big ? be32(p + 4) : le32(p + 4)) < k_ns_per_second ? 8 : 4;
   }

@@ -35,6 +35,7 @@ const sent_value& value_book::add(const sent_value& v) {
   m_text += is(v, content_kind::text) && (v.flags & k_value_shared) == 0;
   m_random += is(v, content_kind::random) && (v.flags & k_value_shared) == 0;
   if (m_values.size() < k_capacity) {
+    if (m_values.empty()) m_values.reserve(4);
     m_present |= uint64_t{1} << (v.key % 64);
     m_values.push_back(v);
     return m_values.back();
