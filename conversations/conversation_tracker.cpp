@@ -223,6 +223,8 @@ void conversation_tracker::add_echo(const icmp_message& m, uint32_t file, uint64
   const uint8_t* responder = request ? m.destination : m.source;
   bool initiator_first = true, added = false;
   const uint32_t pi = m_table.find_or_add_pair(m.ipv6, initiator, responder, initiator_first);
+  // The pair's values are read again below if the payload is data: start fetching them.
+  if (const value_book* values = m_table.pair(pi).evidence.values.get()) __builtin_prefetch(values);
   const uint32_t ci = m_table.find_or_add_conversation(pi, m.identifier, m.echo_kind, initiator_first, added);
   conversation& c = m_table.conv(ci);
   pair_evidence& e = m_table.pair(pi).evidence;
@@ -233,6 +235,8 @@ void conversation_tracker::add_echo(const icmp_message& m, uint32_t file, uint64
   c.fillers |= 1u << static_cast<unsigned>(fm.label);
   const payload_prints prints = fingerprint_payload(m.payload, m.captured);
   const uint64_t print = prints.whole;
+  if (fm.label == filler::none && (fm.clock_bytes == 0 || fm.clock_bytes == 16))
+    m_shared.prefetch(fm.clock_bytes == 0 ? prints.whole : prints.from_16);
   if (fm.label == filler::none) {
     const tunnel_signature s = find_tunnel_signature(m.payload, m.captured, m.length);
     if (s != tunnel_signature::none) {

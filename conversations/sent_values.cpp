@@ -25,8 +25,8 @@ void value_counts::count(const sent_value& v, int sign) noexcept {
 
 const sent_value* value_book::find(uint64_t key) const noexcept {
   if ((m_present >> (key % 64) & 1) == 0) return nullptr;
-  for (const sent_value& v : m_values)
-    if (v.key == key) return &v;
+  for (size_t i = 0; i < m_size; ++i)
+    if (m_values[i].key == key) return &m_values[i];
   return nullptr;
 }
 
@@ -34,11 +34,10 @@ const sent_value& value_book::add(const sent_value& v) {
   m_counts.count(v);
   m_text += is(v, content_kind::text) && (v.flags & k_value_shared) == 0;
   m_random += is(v, content_kind::random) && (v.flags & k_value_shared) == 0;
-  if (m_values.size() < k_capacity) {
-    if (m_values.empty()) m_values.reserve(4);
+  if (m_size < k_capacity) {
     m_present |= uint64_t{1} << (v.key % 64);
-    m_values.push_back(v);
-    return m_values.back();
+    m_values[m_size] = v;
+    return m_values[m_size++];
   }
   // The oldest value's part in the counts stays as it is.
   sent_value& slot = m_values[m_oldest];

@@ -5,8 +5,8 @@
 #pragma once
 
 #include <cstddef>
+#include <array>
 #include <cstdint>
-#include <vector>
 
 namespace varn::conversations {
 
@@ -62,16 +62,16 @@ class value_book {
   // Text and random values judged so far, less those found shared.
   uint32_t judged_text() const noexcept { return m_text; }
   uint32_t judged_random() const noexcept { return m_random; }
-  size_t heap_bytes() const noexcept { return m_values.capacity() * sizeof(sent_value); }
 
  private:
   sent_value& writable(const sent_value& v) noexcept { return m_values[static_cast<size_t>(&v - m_values.data())]; }
 
-  std::vector<sent_value> m_values;  // in order of arrival from m_oldest on, round
-  uint64_t m_present = 0;            // bit (key % 64) of every key in the book
+  std::array<sent_value, k_capacity> m_values;  // the first m_size in order of arrival from
+                                                // m_oldest on, round
+  uint64_t m_present = 0;                       // bit (key % 64) of every key in the book
   value_counts m_counts;
   uint32_t m_text = 0, m_random = 0;
-  uint8_t m_oldest = 0;
+  uint8_t m_size = 0, m_oldest = 0;
 };
 
 }  // namespace varn::conversations

@@ -10,7 +10,7 @@ uint32_t receiver_hash(bool ipv6, const uint8_t* address) noexcept {
 }
 
 shared_values::sighting shared_values::note(uint64_t key, uint32_t pair, uint32_t receiver) noexcept {
-  slot& s = m_slots[(key ^ (key >> 29)) % k_slots];
+  slot& s = m_slots[index(key)];
   if (s.key != key || s.pair == k_no_index) {
     s = slot{key, pair, receiver};
     return {};

@@ -5,6 +5,7 @@
 // whose slot another value takes is forgotten.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -24,8 +25,11 @@ class shared_values {
   shared_values() : m_slots(k_slots) {}
   // Notes KEY sent by host pair PAIR to the host whose address hash is RECEIVER.
   sighting note(uint64_t key, uint32_t pair, uint32_t receiver) noexcept;
+  // Starts fetching KEY's slot (a note follows shortly).
+  void prefetch(uint64_t key) const noexcept { __builtin_prefetch(&m_slots[index(key)]); }
 
  private:
+  static size_t index(uint64_t key) noexcept { return (key ^ (key >> 29)) % k_slots; }
   struct slot {
     uint64_t key = 0;
     uint32_t pair = k_no_index;
