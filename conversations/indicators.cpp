@@ -10,22 +10,22 @@ const std::array<indicator_info, static_cast<size_t>(indicator::count_)> k_indic
      "an echo reply returns the request's data (RFC 792); only a program answering in the kernel's place sends "
      "other bytes; three, so that one damaged frame does not decide"},
     {"payload_changes", 6, true,
-     "unrecognised request payloads that differ from the one before more than 5 times: data, not a sender's "
-     "fixed filler (senders' clock bytes are left out of the comparison)"},
+     "7 or more distinct data values between two hosts (6 changes from the first): data, not a sender's fixed "
+     "filler (senders' clocks, values sent to several hosts and values sent again do not count)"},
     {"pattern_changes", 8, true,
-     "8 or more different ping patterns (-p) between two hosts: data carried 16 bytes at a time; a line test "
-     "uses a handful"},
+     "8 or more distinct ping patterns (-p) or fill bytes, each carried by at most 2 payloads: data carried a "
+     "pattern per process; a line test repeats each pattern, a random fill changes inside one conversation"},
     {"orphan_replies", 3, false,
      "replies carrying unrecognised payloads that answer no request seen: a tunnel's downstream, or requests "
      "the capture missed"},
     {"text_payload", 2, false,
-     "printable text, hex or base64 where a sender's filler belongs (fillers that are text are recognised "
-     "first)"},
+     "data values of 8 bytes or more that are printable text, hex or base64 where a sender's filler belongs "
+     "(fillers that are text are recognised first)"},
     {"high_entropy", 2, false,
-     "byte values and their successive differences as spread as random bytes of the same length (within 0.4 "
-     "bit): encrypted or compressed data, at any payload length"},
+     "data values whose byte values and successive differences are as spread as random bytes of the same "
+     "length (within 0.4 bit): encrypted or compressed data, from 16 bytes on"},
     {"data_volume", 8192, false,
-     "8 KiB or more of unrecognised payload between two hosts: beyond what diagnostic tools send"},
+     "8 KiB or more of distinct data values between two hosts: beyond what diagnostic tools send"},
 }};
 
 evidence_measures measure_evidence(const pair_evidence& e) noexcept {

@@ -13,12 +13,12 @@ namespace varn::conversations {
 enum class indicator : uint8_t {
   tunnel_signature,  // payloads with a tunnel program's header or a whole IP packet
   reply_not_echo,    // replies that do not return their request's payload
-  payload_changes,   // unrecognised request payloads that keep changing
-  pattern_changes,   // many different sender patterns (-p) between the same hosts
+  payload_changes,   // many distinct data values sent
+  pattern_changes,   // many sender patterns (-p) sent once or twice each
   orphan_replies,    // replies to no seen request that carry unrecognised payloads
-  text_payload,      // text or encoded text where a filler belongs
-  high_entropy,      // random-looking payloads, judged for their length
-  data_volume,       // more unrecognised payload bytes than any diagnostic sends
+  text_payload,      // data values of text or encoded text
+  high_entropy,      // random-looking data values, judged for their length
+  data_volume,       // more bytes of data values than any diagnostic sends
   count_,
 };
 
