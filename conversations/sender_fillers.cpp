@@ -160,6 +160,8 @@ uint64_t le64(const uint8_t* p) noexcept { return static_cast<uint64_t>(le32(p +
 constexpr int64_t k_ns_per_second = 1000000000;
 // A sender's clock may be this far from the capture's.
 constexpr int64_t k_clock_tolerance_s = 86400;
+// Capture times before 2000 are a recorder without a clock: they tell no sender's clock.
+constexpr int64_t k_clock_capture_from_ns = 946684800ll * k_ns_per_second;
 
 // The seconds since 1970 a sender's clock may show at a capture time.
 struct clock_window {
@@ -183,7 +185,8 @@ struct clock_window {
 // Go pingers (pro-bing, go-ping): the send time as big-endian nanoseconds, the pinger's tracker
 // (a version 4 UUID, or 8 random bytes in go-ping), then 0x01 to the payload's end.
 bool go_ping_data(const uint8_t* p, uint32_t n, int64_t time_ns) noexcept {
-  if (n < 16 || !clock_window(time_ns).holds(be64(p), k_ns_per_second)) return false;
+  if (n < 16 || time_ns < k_clock_capture_from_ns || !clock_window(time_ns).holds(be64(p), k_ns_per_second))
+    return false;
   const bool uuid = n >= 24 && (p[14] >> 4) == 4 && (p[16] >> 6) == 2;
   return all_equal(p, uuid ? 24 : 16, n, 1);
 }
@@ -274,7 +277,7 @@ filler_match recognise_filler(const uint8_t* p, uint32_t captured, uint32_t leng
 }
 
 uint32_t leading_clock(const uint8_t* p, uint32_t n, int64_t time_ns) noexcept {
-  if (time_ns <= 0 || n < 4) return 0;
+  if (time_ns < k_clock_capture_from_ns || n < 4) return 0;
   const clock_window w(time_ns);
   if (n >= 8) {
     for (const bool big : {true, false}) {

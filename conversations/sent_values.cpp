@@ -32,8 +32,9 @@ const sent_value* value_book::find(uint64_t key) const noexcept {
 
 const sent_value& value_book::add(const sent_value& v) {
   m_counts.count(v);
-  m_text += is(v, content_kind::text) && (v.flags & k_value_shared) == 0;
-  m_random += is(v, content_kind::random) && (v.flags & k_value_shared) == 0;
+  const bool payload = (v.flags & (k_value_shared | k_value_pattern)) == 0;
+  m_text += is(v, content_kind::text) && payload;
+  m_random += is(v, content_kind::random) && payload;
   if (m_size < k_capacity) {
     m_present |= uint64_t{1} << (v.key % 64);
     m_values[m_size] = v;
@@ -59,7 +60,7 @@ void value_book::sent_again(const sent_value& v, uint8_t flags) noexcept {
 void value_book::mark(const sent_value& v, uint8_t flags) noexcept {
   sent_value& w = writable(v);
   if ((w.flags | flags) == w.flags) return;
-  if ((flags & k_value_shared) != 0 && (w.flags & k_value_shared) == 0) {
+  if ((flags & k_value_shared) != 0 && (w.flags & (k_value_shared | k_value_pattern)) == 0) {
     if (is(w, content_kind::text) && m_text > 0) --m_text;
     if (is(w, content_kind::random) && m_random > 0) --m_random;
   }

@@ -59,7 +59,7 @@ class value_book {
   void mark(const sent_value& v, uint8_t flags) noexcept;
   // The counts of every value seen, the forgotten ones included.
   const value_counts& counts() const noexcept { return m_counts; }
-  // Text and random values judged so far, less those found shared.
+  // Text and random payload values (not patterns) judged so far, less those found shared.
   uint32_t judged_text() const noexcept { return m_text; }
   uint32_t judged_random() const noexcept { return m_random; }
 
