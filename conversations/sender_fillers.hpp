@@ -61,9 +61,9 @@ filler_match recognise_payload(uint8_t kind, bool request, const uint8_t* p, uin
                                int64_t time_ns = 0) noexcept;
 
 // The leading bytes of N bytes at P that hold TIME_NS (within a day; capture times before 2000
-// tell nothing) as a sender's clock: 4-byte
-// seconds, 8-byte seconds, milli-, micro- or nanoseconds since 1970 or a double of seconds, in
-// either byte order, with the microseconds or nanoseconds behind whole seconds. 0: none.
+// tell nothing) as a sender's clock: 4-byte seconds, 8-byte seconds, milli-, micro- or
+// nanoseconds since 1970 or a double of seconds, in either byte order, with the microseconds or
+// nanoseconds behind whole seconds. 0: none.
 uint32_t leading_clock(const uint8_t* p, uint32_t n, int64_t time_ns) noexcept;
 
 // The label's name as reports write it ("iputils", "none", ...).
