@@ -36,7 +36,7 @@ struct conversation {
   bool held = false;           // closed, waiting for its host pair to close
   bool first_in_ns = false;    // the capture gave its first frame's time in nanoseconds
   bool last_in_ns = false;     // ... and its last frame's
-  bool fill_changed = false;   // its sent fill byte changed from one payload to another
+  bool fill_changed = false;   // its sent fill byte (mtr's layout) changed between payloads
   uint32_t fill = 0;           // the fill byte its last sent payload carried (variant; 0: none)
   int64_t first_ns = 0, last_ns = 0;
   uint64_t first_frame = 0, last_frame = 0;

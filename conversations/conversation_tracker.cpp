@@ -186,9 +186,9 @@ void conversation_tracker::record_sent_data(uint32_t pi, conversation& c, const 
   pair_evidence& e = m_table.pair(pi).evidence;
   if (fm.variant != 0 && fm.pattern_length != 0) {
     sent_value v{pattern_key(fm.variant), fm.pattern_length, 0, 0, k_value_pattern};
-    if (fm.pattern_length == 1) {
-      // ping -p keeps its pattern for the whole process; a fill byte that changes inside one
-      // conversation is drawn at random (mtr -B above 255, one per round).
+    if (fm.label == filler::mtr) {
+      // ping -p keeps its pattern for the whole process; mtr's fill byte, when it changes inside
+      // one conversation, is drawn at random (-B above 255, one per round).
       if (c.fill != 0 && c.fill != fm.variant && !c.fill_changed) {
         c.fill_changed = true;
         const sent_value* before = e.values ? e.values->find(pattern_key(c.fill)) : nullptr;

@@ -102,13 +102,13 @@ constexpr cycle k_oping = make_cycle(sizeof k_oping_text - 1, [](uint32_t i) {
 });
 
 // icmplib: every byte drawn at random from the 62 letters and digits. Data travels in the same
-// letters as hex text or as base64 of text, which the draw tells apart: hex text has no letter
-// beyond "f", and base64 of 7-bit text starts every group of four with one of the 32 symbols
-// A-Z, a-f (the byte's top bit is 0), which random letters do at every fourth place with odds
-// of 0.52 each.
+// letters as hex text, base32 or base64 of text, which the draw tells apart: hex text has no
+// letter beyond "f", base32 one case only, and base64 of 7-bit text starts every group of four
+// with one of the 32 symbols A-Z, a-f (the byte's top bit is 0), which random letters do at
+// every fourth place with odds of 0.52 each.
 bool icmplib_letters(const uint8_t* p, uint32_t n) noexcept {
   if (n < 16) return false;
-  bool beyond_hex = false, text_groups = true;
+  bool beyond_hex = false, text_groups = true, any_lower = false, any_upper = false;
   for (uint32_t i = 0; i < n; ++i) {
     const uint8_t b = p[i];
     const bool digit = b >= '0' && b <= '9';
@@ -116,8 +116,13 @@ bool icmplib_letters(const uint8_t* p, uint32_t n) noexcept {
     const bool upper = b >= 'A' && b <= 'Z';
     if (!digit && !lower && !upper) return false;
     beyond_hex = beyond_hex || (lower && b > 'f') || (upper && b > 'F');
+    any_lower = any_lower || lower;
+    any_upper = any_upper || upper;
     if ((i & 3) == 0) text_groups = text_groups && (upper || (lower && b <= 'f'));
   }
+  // Base32 has letters of one case only; 24 random letters and digits lack one with odds of 1 in
+  // 200,000.
+  if (n >= 24 && !(any_lower && any_upper)) return false;
   return beyond_hex && !text_groups;
 }
 

@@ -14,7 +14,8 @@ enum value_flag : uint8_t {
   k_value_pattern = 1,  // a sender's pattern or fill byte, not a payload
   k_value_shared = 2,   // also sent to another receiver by another host pair: a scanner's or
                         // monitor's filler
-  k_value_fill = 4,     // a fill byte that changed inside one conversation: a random fill
+  k_value_fill = 4,     // a fill byte (without a clock) that changed inside one conversation: a
+                        // random fill
 };
 
 struct sent_value {

@@ -80,6 +80,7 @@ TEST(sender_fillers_test, labels_each_sender_and_leaves_data_alone) {
       {"base64 of text is data, not icmplib",
        hex("49434167494341674943416749434167494341674943416749434248546c55675230564f52564a425443425156554a4d53554d6754456c445255355452516f67"),
        0, filler::none, 0},
+      {"base32 is data, not icmplib", cycle("JBSWY3DPEBLW64TMMQQQ", 40), 0, filler::none, 0},
       {"Windows ping", cycle("abcdefghijklmnopqrstuvw", 32), 0, filler::windows, 0},
       {"Windows ping -l 1000", cycle("abcdefghijklmnopqrstuvw", 1000), 0, filler::windows, 0},
       {"Cisco IOS", cycle("\xab\xcd", 72), 0, filler::cisco, 0},
