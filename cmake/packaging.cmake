@@ -1,11 +1,32 @@
-# Installation of the manual page and the bash completion beside the program, and the Debian
-# package made from the same install rules (cpack -G DEB in the build folder).
+# Installation of the documents beside the program: the manual page, the bash and zsh
+# completions, the licence as a machine-readable copyright file and the changelog; and the
+# Debian package made from the same install rules (cpack -G DEB in the build folder).
+#
+# The manual page and the changelog are installed compressed, as Debian policy asks
+# (gzip -9n: no name or time in the header, so the same input gives the same bytes).
 
 include(GNUInstallDirs)
 
-install(FILES ${PROJECT_SOURCE_DIR}/varn.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+find_program(VARN_GZIP gzip REQUIRED)
+set(varn_man_gz ${PROJECT_BINARY_DIR}/varn.1.gz)
+set(varn_changelog_gz ${PROJECT_BINARY_DIR}/changelog.gz)
+add_custom_command(OUTPUT ${varn_man_gz}
+  COMMAND ${VARN_GZIP} -9n -c ${PROJECT_SOURCE_DIR}/varn.1 > ${varn_man_gz}
+  DEPENDS ${PROJECT_SOURCE_DIR}/varn.1
+  COMMENT "Compressing the manual page")
+add_custom_command(OUTPUT ${varn_changelog_gz}
+  COMMAND ${VARN_GZIP} -9n -c ${PROJECT_SOURCE_DIR}/cmake/debian/changelog > ${varn_changelog_gz}
+  DEPENDS ${PROJECT_SOURCE_DIR}/cmake/debian/changelog
+  COMMENT "Compressing the changelog")
+add_custom_target(varn_documents ALL DEPENDS ${varn_man_gz} ${varn_changelog_gz})
+
+install(FILES ${varn_man_gz} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${PROJECT_SOURCE_DIR}/completions/varn
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(FILES ${PROJECT_SOURCE_DIR}/completions/_varn
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+install(FILES ${PROJECT_SOURCE_DIR}/cmake/debian/copyright ${varn_changelog_gz}
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/varn)
 
 set(CPACK_GENERATOR "DEB")
 set(CPACK_PACKAGE_NAME "varn")
@@ -19,7 +40,8 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_NAME "varn")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_VERSION "${PROJECT_VERSION}")
-set(CPACK_DEBIAN_PACKAGE_RELEASE "1")
+# No Debian revision: the package is made from this tree by its own developers (a native
+# package), so its changelog is changelog.gz, cmake/debian/changelog compressed.
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "varn developers <varn@example.invalid>")
 set(CPACK_DEBIAN_PACKAGE_SECTION "net")
 set(CPACK_DEBIAN_PACKAGE_PRIORITY "optional")
