@@ -39,7 +39,7 @@ for config in "${configs[@]}"; do
     tests=FAILED
     tail -40 "$dir.test.log"
   fi
-  warnings=$(grep -c 'warning:' "$dir.log")
+  warnings=$(grep -cE '(warning|error): .*\[-W' "$dir.log")
   [ "$build" = ok ] && [ "$tests" = ok ] || failed=1
   results+=("$(printf '%-22s build %-6s warnings %-3s tests %-6s %4d s' "$name" "$build" "$warnings" "$tests" $((SECONDS - started)))")
   echo "${results[-1]}"

@@ -22,9 +22,10 @@
 # "reported":N,"varn_status":N or null,"complete":true or false}.
 #
 # Needs GNU parallel and ssh here; a POSIX shell, find, sort, perl (for GNU parallel) and varn on
-# the hosts. The ssh command is $FLEET_SSH (default "ssh"); it is given -o BatchMode=yes and
+# the hosts. The ssh command is $FLEET_SSH (default "ssh"); it is given -o BatchMode=yes,
 # keep-alives every $FLEET_ALIVE seconds (default 10), so that a host that vanishes without
-# closing its connection is noticed after three missed answers.
+# closing its connection is given up after three missed answers, and three times as long to
+# connect.
 set -euo pipefail
 
 usage() { sed -n '/^#   contrib/,/^#   -j/p' "$0" | sed 's/^# \{0,1\}//' >&2; exit 2; }
@@ -78,18 +79,27 @@ find_names=""
 for n in "${names[@]}"; do find_names+="${find_names:+ -o }-name $(quote "$n")"; done
 varn_words="$(quote "$remote_varn") -pipe -json"
 for o in "${varn_options[@]}"; do varn_words+=" $(quote "$o")"; done
-# The host's side: the list (its length, then the names), the reports, the end mark with
-# varn's status. Names holding a line end cannot go through -pipe and are left out by find.
-remote="names=\$(find $(quote "$folder") -type f \\( $find_names \\) ! -name '*
-*' | LC_ALL=C sort) || exit 1
+# The host's side: the list ("varn-fleet list COUNT FIND_STATUS LEFT_OUT", then the names), the
+# reports, the end mark with varn's status. Names holding a line end cannot go through -pipe:
+# they are left out of the list and counted.
+nl='
+'
+remote="folder=$(quote "$folder")
+[ -d \"\$folder\" ] || { printf 'varn-fleet no-folder\\n'; exit 0; }
+find_status=0
+names=\$(find \"\$folder\" -type f \\( $find_names \\) ! -name '*$nl*') || find_status=\$?
+left_out=\$(find \"\$folder\" -type f \\( $find_names \\) -name '*$nl*' -exec printf x \\; | wc -c)
+names=\$(printf '%s\\n' \"\$names\" | LC_ALL=C sort)
 count=\$(printf '%s' \"\$names\" | grep -c '' || true)
-printf 'varn-fleet list %s\\n' \"\$count\"
+printf 'varn-fleet list %s %s %s\\n' \"\$count\" \"\$find_status\" \$left_out
 [ \"\$count\" -eq 0 ] || printf '%s\\n' \"\$names\"
 status=0
 [ \"\$count\" -eq 0 ] || printf '%s\\n' \"\$names\" | $varn_words || status=\$?
 printf 'varn-fleet end %s\\n' \"\$status\""
 
-ssh_command="${FLEET_SSH:-ssh} -o BatchMode=yes -o ServerAliveInterval=${FLEET_ALIVE:-10} -o ServerAliveCountMax=3"
+alive=${FLEET_ALIVE:-10}
+case $alive in '' | *[!0-9]* | 0) die "FLEET_ALIVE must be a number of seconds above 0" ;; esac
+ssh_command="${FLEET_SSH:-ssh} -o BatchMode=yes -o ConnectTimeout=$((3 * alive)) -o ServerAliveInterval=$alive -o ServerAliveCountMax=3"
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 if [ -n "$output" ]; then : >"$output"; else output=/dev/stdout; fi
@@ -119,9 +129,13 @@ function pass_on(h,   text) {
   tab = index($0, "\t")
   host = substr($0, 1, tab - 1); line = substr($0, tab + 1)
   if (!(host in state)) state[host] = "start"
-  if (state[host] == "start" && line ~ /^varn-fleet list [0-9]+$/) {
-    listed[host] = substr(line, 17) + 0
+  if (state[host] == "start" && line ~ /^varn-fleet list [0-9]+ [0-9]+ [0-9]+$/) {
+    split(line, word, " ")
+    listed[host] = word[3] + 0; find_status[host] = word[4] + 0; left_out[host] = word[5] + 0
     state[host] = listed[host] > 0 ? "names" : "reports"
+  } else if (state[host] == "start" && line == "varn-fleet no-folder") {
+    no_folder[host] = 1
+    state[host] = "ended"
   } else if (state[host] == "names") {
     name[host, ++named[host]] = line
     if (named[host] == listed[host]) state[host] = "reports"
@@ -151,17 +165,19 @@ END {
     if (f[1] != "Seq") job_status[f[2]] = f[7] + 0
   }
   hosts = split(logins, host_list, ",")
-  failed_hosts = 0; missing = 0
+  failed_hosts = 0; missing = 0; unknown = 0
   for (i = 1; i <= hosts; ++i) {
     h = host_list[i]
     got = reported[h] + 0
     complete = (h in ended) && ended[h] == 0 && (h in listed) && got == listed[h] && !unexpected[h] && \
-      job_status[h] == 0
+      job_status[h] == 0 && !find_status[h] && !left_out[h]
     print "{\"host\":" json_string(h) ",\"event_type\":\"fleet_host\",\"listed\":" ((h in listed) ? listed[h] : "null") \
       ",\"reported\":" got ",\"varn_status\":" ((h in ended) ? ended[h] : "null") ",\"complete\":" \
       (complete ? "true" : "false") "}" > out
     ssh = "ssh status " ((h in job_status) ? job_status[h] : "unknown")
-    if (!(h in listed))
+    if (h in no_folder)
+      text = "no folder " folder " on this host"
+    else if (!(h in listed))
       text = "LOST before it listed its captures (" ssh ")"
     else if (!(h in ended))
       text = "LOST after " got " of " listed[h] " reports (" ssh ", no end mark)"
@@ -169,16 +185,23 @@ END {
       text = got " of " listed[h] " reports, varn status " ended[h] (job_status[h] == 0 ? "" : ", " ssh)
     if (pending[h] > 0) text = text ", " pending[h] " lines of an unfinished capture left out"
     if (unexpected[h]) text = text ", " unexpected[h] " unexpected lines"
+    if (find_status[h]) text = text ", find status " find_status[h] " (a folder could not be read)"
+    if (left_out[h]) text = text ", " left_out[h] " captures left out (a line end in the name)"
     print "fleet: " h ": " text > "/dev/stderr"
     if (complete) continue
     ++failed_hosts
-    if (!(h in listed)) { missing_name[++missing] = h "\t(every capture: the host did not list them)"; continue }
-    for (k = got + 1; k <= listed[h]; ++k) missing_name[++missing] = h "\t" name[h, k]
+    if (h in no_folder) { missing_name[++missing] = h "\t(no folder " folder ")"; ++unknown; continue }
+    if (!(h in listed)) { missing_name[++missing] = h "\t(every capture: the host did not list them)"; ++unknown; continue }
+    for (k = got + 1; k <= listed[h]; ++k)
+      missing_name[++missing] = h "\t" (k <= named[h] ? name[h, k] : "(name not received)")
+    if (find_status[h]) { missing_name[++missing] = h "\t(captures in folders find could not read)"; ++unknown }
+    for (k = 1; k <= left_out[h]; ++k) missing_name[++missing] = h "\t(a capture whose name holds a line end)"
   }
   if (failed_hosts > 0) {
     print "fleet: missing reports (host, capture):" > "/dev/stderr"
     for (k = 1; k <= missing; ++k) print missing_name[k] > "/dev/stderr"
-    print "fleet: FAILED: " missing " reports missing, " failed_hosts " of " hosts " hosts incomplete" > "/dev/stderr"
+    print "fleet: FAILED: " (missing - unknown) " reports missing" (unknown ? " and " unknown " lists incomplete" : "") \
+      ", " failed_hosts " of " hosts " hosts incomplete" > "/dev/stderr"
     exit 1
   }
 }'
@@ -187,7 +210,7 @@ END {
 set +e
 parallel --nonall -S "$login_list" --ssh "$ssh_command" -j "$jobs" --tag --line-buffer \
   --joblog "$scratch/joblog" "sh -c $(quote "$remote")" </dev/null |
-  awk -v out="$output" -v logins="$login_list" -v joblog="$scratch/joblog" -v scratch="$scratch" "$checker"
+  awk -v out="$output" -v logins="$login_list" -v folder="$folder" -v joblog="$scratch/joblog" -v scratch="$scratch" "$checker"
 statuses=("${PIPESTATUS[@]}")
 set -e
 elapsed=$(awk -v a="$started" -v b="$(date +%s.%N)" 'BEGIN { printf "%.2f", b - a }')
