@@ -183,7 +183,7 @@ END {
       text = "LOST after " got " of " listed[h] " reports (" ssh ", no end mark)"
     else
       text = got " of " listed[h] " reports, varn status " ended[h] (job_status[h] == 0 ? "" : ", " ssh)
-    if (pending[h] > 0) text = text ", " pending[h] " lines of an unfinished capture left out"
+    if (pending[h] > 0) text = text ", " pending[h] " lines after its last finished capture left out"
     if (unexpected[h]) text = text ", " unexpected[h] " unexpected lines"
     if (find_status[h]) text = text ", find status " find_status[h] " (a folder could not be read)"
     if (left_out[h]) text = text ", " left_out[h] " captures left out (a line end in the name)"

@@ -166,7 +166,8 @@ fleet_lines_of() {
 echo "== 1. both hosts up: every report comes back"
 status=0
 start=$(now)
-"$fleet" -S "${addr[a]},${addr[b]}" -o "$tmp/run1.jsonl" --varn "$varn" "$tmp/captures" 2>"$tmp/run1.err" || status=$?
+printf '# the sensors\n%s\n\n%s  # second\n' "${addr[a]}" "${addr[b]}" >"$tmp/hosts"
+"$fleet" --hosts "$tmp/hosts" -o "$tmp/run1.jsonl" --varn "$varn" "$tmp/captures" 2>"$tmp/run1.err" || status=$?
 seconds=$(since "$start")
 cat "$tmp/run1.err"
 [ "$status" -eq 0 ] || fail "fleet.sh exited with status $status with both hosts up"
