@@ -86,7 +86,8 @@ std::string unescape_roff(const std::string& text) {
     if (text.compare(i, 2, "\\-") == 0) {
       plain += '-';
       ++i;
-    } else if (text.compare(i, 2, "\\f") == 0 && i + 2 < text.size() && std::string("BIRP").find(text[i + 2]) != std::string::npos) {
+    } else if (text.compare(i, 2, "\\f") == 0 && i + 2 < text.size() &&
+               std::string("BIRP").find(text[i + 2]) != std::string::npos) {
       i += 2;
     } else {
       plain += text[i];
@@ -116,7 +117,8 @@ name_set man_page_value_options(const std::string& page) {
   name_set names;
   const std::vector<std::string> lines = split_lines(page);
   for (size_t i = 0; i + 1 < lines.size(); ++i)
-    if (lines[i] == ".TP" && lines[i + 1].rfind(".BI ", 0) == 0) names.insert(unescape_roff(macro_arguments(lines[i + 1])[0]));
+    if (lines[i] == ".TP" && lines[i + 1].rfind(".BI ", 0) == 0)
+      names.insert(unescape_roff(macro_arguments(lines[i + 1])[0]));
   return names;
 }
 
