@@ -5,12 +5,15 @@
 # of compiler warnings, test result and time. Too long for .ci/run (nine builds); run it before
 # a release or after a compiler upgrade.
 #
-#   .ci/matrix.sh [OUT_DIR]        (default build-matrix; one build folder per configuration)
+#   .ci/matrix.sh [OUT_DIR [NAME...]]   (default build-matrix; one build folder per configuration;
+#                                        NAMEs, such as Release+sanitize, run only those)
 #
 # Exits non-zero when a configuration fails to build or a test fails.
 set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 out=${1:-build-matrix}
+[ $# -eq 0 ] || shift
+only=" $* "
 mkdir -p "$out"
 out=$(cd "$out" && pwd)
 jobs=${VARN_MATRIX_JOBS:-2}
@@ -26,6 +29,7 @@ failed=0
 results=()
 for config in "${configs[@]}"; do
   name=${config%%|*}
+  [ "$only" = "  " ] || [[ $only == *" $name "* ]] || continue
   read -r -a flags <<<"${config#*|}"
   dir="$out/$name"
   started=$SECONDS
