@@ -2,19 +2,36 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <new>
 #include <unistd.h>
 
+#include "capture/input_source.hpp"
 #include "capture/pcap_format.hpp"
 #include "uni/out_stream.hpp"
 #include "zq/zq_fatal.hpp"
 
 namespace varn {
 
-capture_walker::capture_walker(size_t window)
-    : m_window_capacity(std::max(window, size_t{2} * record_buffer_size + 4096)) {}
+namespace {
+
+// A read request larger than the record buffer ends the process, as the buffer's bounds check
+// does; the message tells the analyst why and how to read the capture anyway.
+[[noreturn]] __attribute__((noinline, cold)) void read_above_buffer(uint32_t snaplen) {
+  static char note[160];
+  std::snprintf(note, sizeof note,
+                "the capture's snapshot length (%u) exceeds the %u bytes the classic reader takes; "
+                "-any_format reads it",
+                snaplen, max_frame_in_buffer);
+  uni::out_stream::flush_all();
+  zq::fatal_assertion("read_capture_file", "read_size <= record_buffer_size", note);
+}
+
+}  // namespace
+
+capture_walker::capture_walker(size_t window, size_t stream_window)
+    : m_file_window(std::max(window, min_window)), m_stream_window(std::max(stream_window, min_window)) {}
 
 capture_walker::~capture_walker() { close(); }
 
@@ -26,7 +43,7 @@ void capture_walker::close() noexcept {
 
 bool capture_walker::open(const std::string& file_name) {
   close();
-  m_fd = ::open(file_name.c_str(), O_RDONLY | O_CLOEXEC);
+  m_fd = open_capture_input(file_name);
   return m_fd >= 0;
 }
 
@@ -39,33 +56,38 @@ walk_status capture_walker::read_header() {
   if (m_fd < 0) return walk_status::open_failed;
   const off_t end = ::lseek(m_fd, 0, SEEK_END);
   m_size = end;
-  if (end >= 0) ::lseek(m_fd, 0, SEEK_SET);
+  m_stream = end < 0;
+  if (!m_stream) ::lseek(m_fd, 0, SEEK_SET);
 
-  if (!m_record || !m_window) {
+  m_window_capacity = m_stream ? m_stream_window : m_file_window;
+  if (!m_record) {
     m_record.reset(new (std::nothrow) uint8_t[record_buffer_size]());
-    m_window.reset(new (std::nothrow) uint8_t[m_window_capacity]);
-    if (!m_record || !m_window) {
-      m_record.reset();
-      m_window.reset();
-      close();
-      return walk_status::no_memory;
-    }
     m_record_dirty = 0;
   }
+  if (m_window_allocated < m_window_capacity) {
+    m_window.reset(new (std::nothrow) uint8_t[m_window_capacity]);
+    m_window_allocated = m_window ? m_window_capacity : 0;
+  }
+  if (!m_record || !m_window) {
+    close();
+    return walk_status::no_memory;
+  }
   reset_record_buffer();
-  m_window_start = 0;
+  m_window_start = pcap_file_header_size;
   m_window_length = 0;
 
   // The header read: a short read is not an error, the check below decides.
   size_t got = 0;
   while (got < pcap_file_header_size) {
-    const ssize_t n = ::read(m_fd, m_record.get() + got, pcap_file_header_size - got);
-    if (n < 0 && errno == EINTR) continue;
+    const ssize_t n = read_some(m_fd, m_record.get() + got, pcap_file_header_size - got);
     if (n < 0) {
       close();
       return walk_status::read_failed;
     }
-    if (n == 0) break;
+    if (n == 0) {
+      if (m_stream) m_size = static_cast<int64_t>(got);  // a stream that ends inside its header
+      break;
+    }
     got += static_cast<size_t>(n);
   }
   m_record_dirty = got;
@@ -78,22 +100,66 @@ walk_status capture_walker::read_header() {
   }
   m_snaplen = le32_at(h, pcap_snaplen_offset);
   m_unit = m_snaplen + pcap_record_header_size;  // wraps for snaplen near 2^32, as a 32-bit sum
-  m_remaining = m_size - pcap_file_header_size;
   m_pos = pcap_file_header_size;
   m_frame = 0;
   m_deferred_pos = 0;
   m_deferred_req = 0;
-  // The first pass through the loop does not test the remaining count; when it is positive
-  // the test would pass anyway.
-  m_started = m_remaining > 0;
+  m_started = false;  // the loop body runs once before the remaining byte count is first tested
   m_done = false;
-  m_steady = m_size >= 0 && m_unit >= k_header_reach && m_unit <= record_buffer_size;
+  m_steady = m_unit >= k_header_reach && m_unit <= record_buffer_size;
   return walk_status::accepted;
+}
+
+// Stream input: drops the window's bytes before FROM (FROM is never before the window) and reads
+// on until the window holds the input up to TO or the input has ended (m_size is then set).
+// False on a read error. TO - FROM must not exceed the window's capacity.
+bool capture_walker::fill_stream(int64_t from, int64_t to) {
+  const int64_t window_end = m_window_start + static_cast<int64_t>(m_window_length);
+  if (to <= window_end || m_size >= 0) return true;
+  from = std::max(from, m_window_start);
+  uint8_t* const window = m_window.get();
+  if (from >= window_end) {  // nothing kept: skip to FROM
+    m_window_start = window_end;
+    m_window_length = 0;
+    while (m_window_start < from) {
+      const ssize_t n = read_some(m_fd, window, static_cast<size_t>(std::min<int64_t>(from - m_window_start,
+                                                                                      static_cast<int64_t>(m_window_capacity))));
+      if (n < 0) return false;
+      if (n == 0) {
+        m_size = m_window_start;
+        return true;
+      }
+      m_window_start += n;
+    }
+    m_window_start = from;
+  } else if (const int64_t room = m_window_start + static_cast<int64_t>(m_window_capacity) - window_end;
+             room < to - window_end || room < static_cast<int64_t>(m_window_capacity / 4)) {
+    // Too little room left behind the window's bytes: slide the kept ones down.
+    const size_t keep = static_cast<size_t>(window_end - from);
+    std::memmove(window, window + (from - m_window_start), keep);
+    m_window_start = from;
+    m_window_length = keep;
+  }
+  while (m_window_start + static_cast<int64_t>(m_window_length) < to) {
+    const ssize_t n = read_some(m_fd, window + m_window_length, m_window_capacity - m_window_length);
+    if (n < 0) return false;
+    if (n == 0) {
+      m_size = m_window_start + static_cast<int64_t>(m_window_length);
+      return true;
+    }
+    m_window_length += static_cast<size_t>(n);
+  }
+  return true;
 }
 
 const uint8_t* capture_walker::fetch(int64_t from, int64_t to) {
   const int64_t window_end = m_window_start + static_cast<int64_t>(m_window_length);
   if (from >= m_window_start && to <= window_end) return m_window.get() + (from - m_window_start);
+  if (m_stream) {
+    if (from < m_window_start || !fill_stream(from, to) || to > m_window_start + static_cast<int64_t>(m_window_length))
+      return nullptr;
+    return m_window.get() + (from - m_window_start);
+  }
   size_t keep = 0;
   if (from >= m_window_start && from < window_end) {
     keep = static_cast<size_t>(window_end - from);
@@ -115,23 +181,25 @@ const uint8_t* capture_walker::fetch(int64_t from, int64_t to) {
 
 bool capture_walker::next(uint64_t& frame_number, const uint8_t*& record) {
   if (m_done) return false;
-  // The loop body runs once before the remaining byte count is first tested.
-  if (m_started && m_remaining <= 0) {
+  // A stream is read ahead as far as this read request reaches (and by one byte at least, to
+  // tell whether it goes on), or until it ends.
+  const int64_t lookahead = std::clamp<int64_t>(m_unit, 1, int64_t{record_buffer_size} + 1);
+  if (m_size < 0 && !fill_stream(keep_from(), m_pos + lookahead)) {
+    finish();
+    return false;
+  }
+  // The loop body runs once before the remaining byte count (the input's size less the next
+  // record's offset) is first tested.
+  if (m_started && m_size >= 0 && m_size - m_pos <= 0) {
     finish();
     return false;
   }
   m_started = true;
-  if (m_size < 0) {  // not seekable: the seek to the first record fails
-    finish();
-    return false;
-  }
 
-  const int64_t available = std::max<int64_t>(m_size - m_pos, 0);
+  // Past the read-ahead of a stream that goes on, at least LOOKAHEAD bytes are available.
+  const int64_t available = m_size >= 0 ? std::max<int64_t>(m_size - m_pos, 0) : lookahead;
   const uint64_t request = m_unit > static_cast<uint64_t>(available) ? static_cast<uint64_t>(available) : m_unit;
-  if (request > record_buffer_size) {
-    uni::out_stream::flush_all();
-    zq::fatal_assertion("read_capture_file", "read_size <= record_buffer_size");
-  }
+  if (request > record_buffer_size) read_above_buffer(m_snaplen);
   const uint32_t req = static_cast<uint32_t>(request);
 
   // Bytes [req, deferred) of the previous read outlive this read: move them into the buffer.
@@ -178,7 +246,6 @@ bool capture_walker::next(uint64_t& frame_number, const uint8_t*& record) {
   const int64_t advance = incl_len < m_snaplen ? static_cast<int64_t>(incl_len) + pcap_record_header_size
                                                 : static_cast<int64_t>(req);
   ++m_frame;
-  m_remaining -= advance;
 
   const uint32_t span = record_span(incl_len);
   if (span > record_span(0) && req > record_span(0)) {

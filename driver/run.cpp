@@ -132,6 +132,7 @@ bool read_input(const std::string& name, run_state& rs) {
   if (messages == nullptr) {
     if (outcome.result == file_outcome::status::unreadable) uni::write_stderr("prob opening " + name + " for read\n");
     if (outcome.result == file_outcome::status::invalid) uni::write_stderr(name + ": invalid pcap file, aborting\n");
+    if (outcome.result == file_outcome::status::failed) uni::write_stderr(name + ": could not be read\n");
   }
   if (rs.writer != nullptr) rs.writer->file_ended(outcome, ctx);
   return read;
@@ -212,12 +213,12 @@ int run(const std::vector<std::string>& args) {
     return 0;
   }
 
-  {
-    uni::fileio probe(opts.input_file, false, true, false);
-    if (!probe.is_open()) {
-      uni::write_stderr("prob accessing file " + opts.input_file + " for read, aborting\n");
-      return k_refused;
-    }
+  // The access check's descriptor stays open while the reader opens the file again: a FIFO then
+  // never loses its last reader in between (its writer would be stopped by SIGPIPE).
+  uni::fileio probe(opts.input_file, false, true, false);
+  if (!probe.is_open()) {
+    uni::write_stderr("prob accessing file " + opts.input_file + " for read, aborting\n");
+    return k_refused;
   }
   if (opts.run_enabled) {
     const std::unique_ptr<metadata_batch> batch = batch_for(ctx);

@@ -1,7 +1,7 @@
 # Shared by fuzz/run.sh and fuzz/smoke.sh: the clang build and the seed corpora.
 # Sourced, not run. Expects FUZZ_DIR (this folder) and ROOT (the checkout).
 
-FUZZ_TARGETS=(run reader options time ipv6 pattern)
+FUZZ_TARGETS=(run reader options time ipv6 pattern any_format)
 FUZZ_BUILD="${VARN_FUZZ_BUILD:-$FUZZ_DIR/build}"
 SHARED_CAPTURES="${VARN_SHARED_CAPTURES:-$ROOT/../shared/captures}"
 [ -d "$SHARED_CAPTURES" ] || SHARED_CAPTURES=/work/shared/captures
@@ -9,7 +9,7 @@ SHARED_CAPTURES="${VARN_SHARED_CAPTURES:-$ROOT/../shared/captures}"
 # Largest input per target: captures are cut to this length when loaded.
 max_len_of() {
   case "$1" in
-    run | reader) echo 65536 ;;
+    run | reader | any_format) echo 65536 ;;
     *) echo 4096 ;;
   esac
 }
@@ -46,6 +46,14 @@ seed_captures() {
   local f
   for f in "$SHARED_CAPTURES"/*.pcap "$SHARED_CAPTURES"/*.pcapng "$SHARED_CAPTURES"/*.cap \
     "$ROOT"/tests/regress/*.pcap "$FUZZ_BUILD"/harvest/*; do
+    if [ -f "$f" ]; then printf '%s\n' "$f"; fi
+  done
+}
+
+# The captures made with real tools for the -any_format tests.
+format_captures() {
+  local f
+  for f in "$ROOT"/tests/formats/*.pcap "$ROOT"/tests/formats/*.pcapng; do
     if [ -f "$f" ]; then printf '%s\n' "$f"; fi
   done
 }
@@ -106,6 +114,21 @@ make_seeds() {
       ;;
     reader)
       while read -r f; do head -c "$(max_len_of reader)" "$f" >"$dir/${f##*/}"; done < <(seed_captures)
+      ;;
+    any_format)
+      # Every capture as it is, and (with editcap) converted to pcapng, nanosecond and modified
+      # pcap, so that each format and variant is seeded with real content.
+      local conv base
+      while read -r f; do
+        base="${f##*/}"
+        head -c "$(max_len_of any_format)" "$f" >"$dir/$base"
+        if command -v editcap >/dev/null; then
+          for conv in pcapng nsecpcap modpcap; do
+            editcap -F "$conv" "$f" - 2>/dev/null | head -c "$(max_len_of any_format)" >"$dir/$base.$conv" || true
+            [ -s "$dir/$base.$conv" ] || rm -f "$dir/$base.$conv"
+          done
+        fi
+      done < <(seed_captures; format_captures)
       ;;
     options)
       # The command lines of the golden cases ("== args" lines; double quotes group words).

@@ -5,13 +5,17 @@
 // what the model's buffer holds.
 //
 // Input: the capture file's bytes. The file is read twice, the second time cut short at a point
-// chosen by the last input byte. The walkers (one reading in small blocks, one in large) live
-// for the whole fuzzing run, as one does for all the files of a list run, so nothing of an
-// earlier file may show through in a later one.
+// chosen by the last input byte, and each time also as a stream: the same bytes on a pipe. The
+// walkers (reading in small blocks or large, and streams through the smallest or the default
+// read-ahead window) live for the whole fuzzing run, as one does for all the files of a list
+// run, so nothing of an earlier file may show through in a later one.
 #include <algorithm>
+#include <csignal>
 #include <cstdint>
 #include <cstring>
+#include <fcntl.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "capture/capture_reader.hpp"
@@ -81,21 +85,50 @@ void remove_scratch() {
   if (!g_path.empty()) ::unlink(g_path.c_str());
 }
 
-void check_one(varn::capture_walker& walker, const uint8_t* data, size_t size) {
-  varn_fuzz::write_scratch(g_path, data, size);
+// Reads PATH (DATA's bytes) with WALKER and checks what it handed over against the model.
+void check_read(varn::capture_walker& walker, const std::string& path, const uint8_t* data, size_t size) {
   std::vector<seen_record> got, want;
   g_seen = &got;
   std::string console_text;
   uni::out_stream console(&console_text, 4096);
   varn::frame_context ctx;
-  const bool accepted = varn::read_capture_file(g_path, record_frame, &ctx, console, &walker);
+  const bool accepted = varn::read_capture_file(path, record_frame, &ctx, console, &walker);
   console.flush();
   g_seen = nullptr;
   const bool model_accepted = model_read(data, size, want);
   VARN_FUZZ_CHECK(accepted == model_accepted);
-  const std::string processing = "Processing file: " + g_path + "\n";
+  const std::string processing = "Processing file: " + path + "\n";
   VARN_FUZZ_CHECK(console_text == (accepted ? processing : processing + "invalid pcap file, aborting\n"));
   compare(got, want);
+}
+
+// The same bytes on a pipe, read through its /proc/self/fd entry as /dev/stdin would be: written
+// at once when the pipe's buffer takes them, otherwise by a thread.
+void check_stream(varn::capture_walker& walker, const uint8_t* data, size_t size) {
+  int fds[2];
+  if (::pipe2(fds, O_CLOEXEC) != 0) varn_fuzz::fail("cannot make a pipe");
+  const int capacity = ::fcntl(fds[1], F_SETPIPE_SZ, static_cast<int>(std::min<size_t>(std::max<size_t>(size, 4096), 1 << 20)));
+  auto feed = [data, size, out = fds[1]] {
+    for (size_t done = 0; done < size;) {
+      const ssize_t n = ::write(out, data + done, size - done);
+      if (n <= 0) break;  // the walker stopped early and closed the pipe
+      done += static_cast<size_t>(n);
+    }
+    ::close(out);
+  };
+  std::thread writer;
+  if (capacity >= 0 && size <= static_cast<size_t>(capacity)) feed();
+  else writer = std::thread(feed);
+  check_read(walker, "/proc/self/fd/" + std::to_string(fds[0]), data, size);
+  walker.close();
+  ::close(fds[0]);
+  if (writer.joinable()) writer.join();
+}
+
+void check_one(varn::capture_walker& walker, varn::capture_walker& stream_walker, const uint8_t* data, size_t size) {
+  varn_fuzz::write_scratch(g_path, data, size);
+  check_read(walker, g_path, data, size);
+  check_stream(stream_walker, data, size);
 }
 
 }  // namespace
@@ -103,17 +136,19 @@ void check_one(varn::capture_walker& walker, const uint8_t* data, size_t size) {
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   g_path = varn_fuzz::scratch_path("varn-fuzz-reader", ".pcap");
   std::atexit(remove_scratch);
+  std::signal(SIGPIPE, SIG_IGN);  // a walker that stops early closes the pipe on its writer
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (varn_fuzz::read_exceeds_record_buffer(data, size)) return 0;
   // The smallest block size makes the walker refill and slide its window often.
-  static varn::capture_walker small_blocks(0);
-  static varn::capture_walker large_blocks(varn::capture_walker::default_window);
+  static varn::capture_walker small_blocks(0, 0);
+  static varn::capture_walker large_blocks;
   varn::capture_walker& walker = size % 2 == 0 ? small_blocks : large_blocks;
-  check_one(walker, data, size);
+  varn::capture_walker& stream_walker = size % 2 == 0 ? large_blocks : small_blocks;
+  check_one(walker, stream_walker, data, size);
   const size_t cut = size == 0 ? 0 : std::max<size_t>(std::min<size_t>(size, 24), size * data[size - 1] / 255);
-  check_one(walker, data, cut);
+  check_one(walker, stream_walker, data, cut);
   return 0;
 }

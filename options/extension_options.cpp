@@ -19,7 +19,7 @@ bool parse_extension_options(arg_list& args, const varn_options& opts, extension
     ext.idle_timeout = seconds;
   }
   if (ext.json && opts.output_format == format_binary) {
-    error = "-json writes text and cannot be combined with -binary (raw bytes are not JSON)";
+    error = "-json cannot be combined with -binary: raw bytes are not JSON (with -json, -dump_hdr and -dump_payload add the bytes in base64)";
     return false;
   }
   return true;

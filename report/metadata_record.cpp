@@ -23,11 +23,6 @@ std::string_view separator_for(bool comma_separated, bool padded) {
   return padded ? " , " : ", ";
 }
 
-// Does the ICMP message type carry an identifier in bytes 4 and 5?
-bool icmpv4_has_identifier(uint8_t type) {
-  return type == 0 || type == 8 || type == 13 || type == 14 || type == 17 || type == 18;
-}
-
 // The line is built in place in the sink's buffer. Fields are copied with fixed-size stores
 // that may run a few bytes past the field's end; the next field overwrites them, and the
 // reserved room has this much slack behind the longest line.
@@ -184,13 +179,13 @@ bool write_metadata_record(const icmp_frame& f, frame_context* ctx) {
   {
     const uint8_t type = f.type();
     const uint8_t code = f.code();
-    if (ipv6 ? (type == 128 || type == 129) : icmpv4_has_identifier(type)) {
+    if (icmp_carries_identifier(ipv6, type)) {
       std::memcpy(c, "id: 0x", 6);
       c = zq::put_hex_fixed(c + 6, f.identifier(), 4);
       std::memcpy(c, ", ", 2);
       c += 2;
     }
-    c = put_text(c, ipv6 ? icmpv6_type_name(type, code) : icmpv4_type_name(type, code));
+    c = put_text(c, icmp_type_name(ipv6, type, code));
   }
   const std::string_view comments_text(comments, static_cast<size_t>(c - comments));
 

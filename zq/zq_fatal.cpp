@@ -30,7 +30,7 @@ fatal_hook set_fatal_hook(fatal_hook hook) noexcept {
   return old;
 }
 
-void fatal_assertion(const char* function, const char* condition) noexcept {
+void fatal_assertion(const char* function, const char* condition, const char* note) noexcept {
   if (fatal_hook hook = g_hook) {
     g_hook = nullptr;  // a failure inside the hook must not recurse
     hook();
@@ -40,6 +40,10 @@ void fatal_assertion(const char* function, const char* condition) noexcept {
   write_all(2, ": ");
   write_all(2, condition);
   write_all(2, "\n");
+  if (note != nullptr) {
+    write_all(2, note);
+    write_all(2, "\n");
+  }
 #ifdef VARN_COVERAGE
   __gcov_dump();  // coverage builds: abort() skips the exit handlers that write the counters
 #endif

@@ -10,7 +10,7 @@ using fatal_hook = void (*)();
 fatal_hook set_fatal_hook(fatal_hook hook) noexcept;
 
 // Runs the hook, writes "fatal assertion failed in FUNCTION: CONDITION" and a line end to standard
-// error, then calls abort().
-[[noreturn]] void fatal_assertion(const char* function, const char* condition) noexcept;
+// error, then NOTE and a line end when NOTE is given, then calls abort().
+[[noreturn]] void fatal_assertion(const char* function, const char* condition, const char* note = nullptr) noexcept;
 
 }  // namespace zq

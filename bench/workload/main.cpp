@@ -1,6 +1,6 @@
 // varn-workload: writes a deterministic benchmark capture.
 //
-//   varn-workload --kind mixed|icmp|small|sample --size BYTES --seed N --out FILE [--frames N]
+//   varn-workload --kind mixed|icmp|small|sample|sweep --size BYTES --seed N --out FILE [--frames N]
 //
 // BYTES may carry a binary suffix (K, M, G, T, optionally followed by "iB"). The file never
 // exceeds BYTES; --frames caps the record count as well (either limit alone is enough). The
@@ -18,7 +18,7 @@ namespace {
 
 void usage() {
   std::fputs(
-      "usage: varn-workload --kind mixed|icmp|small|sample --size BYTES --seed N --out FILE [--frames N]\n"
+      "usage: varn-workload --kind mixed|icmp|small|sample|sweep --size BYTES --seed N --out FILE [--frames N]\n"
       "  BYTES may end in K, M, G or T (powers of 1024), e.g. 256M or 1GiB\n",
       stderr);
 }

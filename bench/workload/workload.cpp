@@ -608,6 +608,31 @@ class traffic {
       case workload_kind::sample:
         sample();
         break;
+      case workload_kind::sweep:
+        sweep();
+        break;
+    }
+  }
+
+  // One scanner on the LAN pings 10.0.0.1, 10.0.0.2, ... in turn, a request every 50 us; a
+  // target that is up (60 %) answers within 45 us. Every target is one conversation, all
+  // within one minute of capture time until the 1,200,000th.
+  void sweep() {
+    host scanner = m_net.router();
+    scanner.v4 = v4(192, 168, 1, 50);
+    host target = m_net.router();
+    packet f;
+    for (uint32_t i = 1; !m_file.failed(); ++i) {
+      target.v4 = v4(10, static_cast<uint8_t>(i >> 16), static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i));
+      const path p{&scanner, &target, scanner.hw, m_net.router().hw};
+      const uint16_t id = static_cast<uint16_t>(0x4000 + (i & 0x3fff));
+      m_now_us += 50;
+      icmp4(f, p, 8, 0, echo_rest(id, 1), fill::unix_ping, 56);
+      if (!m_file.record(m_now_us, f)) break;
+      if (!m_rng.chance(600)) continue;
+      const path back = reversed(p);
+      icmp4(f, back, 0, 0, echo_rest(id, 1), fill::unix_ping, 56);
+      if (!m_file.record(m_now_us + m_rng.between(10, 45), f)) break;
     }
   }
 
@@ -1599,7 +1624,8 @@ class file_sink : public byte_sink {
 }  // namespace
 
 bool parse_workload_kind(std::string_view text, workload_kind& kind) noexcept {
-  for (workload_kind k : {workload_kind::mixed, workload_kind::icmp, workload_kind::small, workload_kind::sample}) {
+  for (workload_kind k : {workload_kind::mixed, workload_kind::icmp, workload_kind::small, workload_kind::sample,
+                         workload_kind::sweep}) {
     if (text == workload_kind_name(k)) {
       kind = k;
       return true;
@@ -1618,6 +1644,8 @@ const char* workload_kind_name(workload_kind kind) noexcept {
       return "small";
     case workload_kind::sample:
       return "sample";
+    case workload_kind::sweep:
+      return "sweep";
   }
   return "?";
 }

@@ -16,9 +16,11 @@ enum class workload_kind {
   icmp,    // only ICMP/ICMPv6 frames, payloads of 1 to 1472 bytes
   small,   // 64-byte frames only, about 5 % ICMP/ICMPv6
   sample,  // a fixed handful of frames (under 4 KiB) showing what varn reports and skips
+  sweep,   // a ping sweep: one echo request to each of a million and more addresses, 20,000 a
+           // second, about 60 % answered (every target is a conversation of its own)
 };
 
-// Reads "mixed", "icmp", "small" or "sample".
+// Reads "mixed", "icmp", "small", "sample" or "sweep".
 bool parse_workload_kind(std::string_view text, workload_kind& kind) noexcept;
 const char* workload_kind_name(workload_kind kind) noexcept;
 

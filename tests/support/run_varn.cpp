@@ -29,18 +29,36 @@ run_result run_varn(const std::vector<std::string>& args, const run_options& opt
   std::vector<char*> argv;
   for (std::string& a : argv_text) argv.push_back(a.data());
   argv.push_back(nullptr);
+  int feed[2] = {-1, -1};
+  pid_t writer = -1;
+  if (options.input == stdin_mode::pipe && ::pipe(feed) == 0) {
+    writer = fork();
+    if (writer == 0) {  // ends by SIGPIPE when varn stops reading early
+      ::close(feed[0]);
+      for (size_t at = 0; at < options.stdin_text.size();) {
+        const ssize_t n = ::write(feed[1], options.stdin_text.data() + at, options.stdin_text.size() - at);
+        if (n <= 0) _exit(1);
+        at += static_cast<size_t>(n);
+      }
+      _exit(0);
+    }
+  }
   const pid_t pid = fork();
   if (pid == 0) {
-    const int in = ::open(io.file("in").c_str(), O_RDONLY), out = ::open(io.file("out").c_str(), O_WRONLY | O_CREAT, 0600),
-              err = ::open(io.file("err").c_str(), O_WRONLY | O_CREAT, 0600);
+    const int in = feed[0] >= 0 ? feed[0] : ::open(io.file("in").c_str(), O_RDONLY),
+              out = ::open(io.file("out").c_str(), O_WRONLY | O_CREAT, 0600), err = ::open(io.file("err").c_str(), O_WRONLY | O_CREAT, 0600);
+    if (feed[1] >= 0) ::close(feed[1]);
     if (in < 0 || out < 0 || err < 0 || dup2(in, 0) < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) _exit(126);
     if (options.input == stdin_mode::closed) close(0);
     if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0) _exit(126);
     execv(binary.c_str(), argv.data());
     _exit(127);
   }
+  for (const int fd : feed)
+    if (fd >= 0) ::close(fd);
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
+  for (int writer_status; writer > 0 && waitpid(writer, &writer_status, 0) < 0 && errno == EINTR;) continue;
   return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), read_file(io.file("out")), read_file(io.file("err"))};
 }
 

@@ -12,7 +12,8 @@ struct run_result {
   std::string report() const;  // standard output after the run header and its empty line
 };
 
-enum class stdin_mode { empty, text, closed };
+// pipe: stdin_text comes through a pipe, written by another process (as `cat FILE | varn`).
+enum class stdin_mode { empty, text, closed, pipe };
 
 struct run_options {
   stdin_mode input = stdin_mode::empty;

@@ -1,13 +1,18 @@
 // The capture reader against a plain reader that walks a capture the slow, obvious way: one
 // zero-filled 131072-byte buffer and, for every record, one read of snaplen + 16 bytes (or what
-// is left of the file) from the record's offset into the buffer's start.
+// is left of the file) from the record's offset into the buffer's start. Every capture is walked
+// as a file and as the same bytes on a pipe.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <random>
 #include <set>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <thread>
 #include <unistd.h>
 
 #include "capture/capture_reader.hpp"
@@ -53,67 +58,134 @@ walk plain_walk(std::string_view file) {
   return w;
 }
 
-// The first COUNT of five walkers with different read windows (odd ones through walk(), the
-// record loop a run uses; even ones through next()), reused from file to file as in a
-// list run, walk PATH, which holds FILE, as the plain reader does.
-testing::AssertionResult walks_agree(const std::string& path, std::string_view file, size_t count = 5) {
-  static varn::capture_walker walkers[5] = {varn::capture_walker(0), varn::capture_walker(2 * 131072 + 4096 + 4093),
-                                            varn::capture_walker(300000), varn::capture_walker(1 << 20), varn::capture_walker()};
+// BYTES on a pipe, as `cat FILE | varn -ifile /dev/stdin` hands them over: the walker opens
+// path(), the pipe's /proc/self/fd entry. Up to 16 KiB are written at once; more are written by a
+// thread in pieces of uneven sizes, each once the pipe is empty again, so that the reads return
+// those pieces (or less) and end anywhere in a record or the read-ahead window.
+class pipe_feed {
+ public:
+  explicit pipe_feed(std::string_view bytes) {
+    static const bool sigpipe_ignored = std::signal(SIGPIPE, SIG_IGN) != SIG_ERR;  // a reader may stop early
+    int fds[2];
+    if (!sigpipe_ignored || ::pipe2(fds, O_CLOEXEC) != 0) return;
+    m_read = fds[0];
+    auto feed = [bytes, out = fds[1]] {
+      static constexpr size_t pieces[] = {1, 40000, 7, 65536, 300, 200000, 24, 131072, 33333, 4096, 70001, 98};
+      for (size_t at = 0, k = bytes.size() % std::size(pieces); at < bytes.size(); ++k) {
+        const size_t end = at + std::min(pieces[k % std::size(pieces)], bytes.size() - at);
+        for (; at < end;) {
+          const ssize_t n = ::write(out, bytes.data() + at, end - at);
+          if (n <= 0) return (void)::close(out);  // the reader is gone
+          at += static_cast<size_t>(n);
+        }
+        for (int queued = 1; bytes.size() > 16384 && ::ioctl(out, FIONREAD, &queued) == 0 && queued > 0;) {
+          pollfd p{out, 0, 0};
+          if (::poll(&p, 1, 0) > 0 && (p.revents & POLLERR)) return (void)::close(out);
+          std::this_thread::yield();
+        }
+      }
+      ::close(out);
+    };
+    if (bytes.size() <= 16384) feed();
+    else m_writer = std::thread(feed);
+  }
+  ~pipe_feed() {
+    if (m_read >= 0) ::close(m_read);  // a writer still blocked gets EPIPE
+    if (m_writer.joinable()) m_writer.join();
+  }
+  pipe_feed(const pipe_feed&) = delete;
+  pipe_feed& operator=(const pipe_feed&) = delete;
+  std::string path() const { return "/proc/self/fd/" + std::to_string(m_read); }
+
+ private:
+  int m_read = -1;
+  std::thread m_writer;
+};
+
+// W, opened on PATH, against the model: through walk() (the record loop a run uses) or next().
+testing::AssertionResult walker_agrees(varn::capture_walker& w, const std::string& path, const walk& model, bool use_walk) {
+  if (!w.open(path) || (w.read_header() == varn::walk_status::accepted) != model.accepted)
+    return testing::AssertionFailure() << "header accepted " << !model.accepted;
+  uint64_t frame = 0;
+  const uint8_t* record = nullptr;
+  if (use_walk && model.accepted && !model.aborts) {
+    size_t i = 0;
+    bool same = true;
+    w.walk([&](uint64_t n, const uint8_t* r) {
+      same = same && i < model.spans.size() && n == i + 1 && std::memcmp(r, model.spans[i].data(), model.spans[i].size()) == 0;
+      ++i;
+    });
+    if (!same || i != model.spans.size()) return testing::AssertionFailure() << "(walk) records differ";
+    return testing::AssertionSuccess();
+  }
+  for (size_t i = 0; i < model.spans.size(); ++i) {
+    if (!w.next(frame, record) || frame != i + 1) return testing::AssertionFailure() << "no frame " << i + 1;
+    if (std::memcmp(record, model.spans[i].data(), model.spans[i].size()) != 0)
+      return testing::AssertionFailure() << "frame " << frame << " differs";
+  }
+  if (model.accepted && !model.aborts && w.next(frame, record)) return testing::AssertionFailure() << "frame " << frame << " after the last one";
+  return testing::AssertionSuccess();
+}
+
+// The first COUNT of five walkers with different read windows walk PATH, which holds FILE, and
+// STREAMS of three walkers with small read-ahead windows (from FIRST_STREAM on) walk FILE's bytes
+// on a pipe, as the plain reader walks FILE: odd ones through walk(), even ones through next().
+// The walkers are reused from file to file, as in a list run.
+testing::AssertionResult walks_agree(const std::string& path, std::string_view file, size_t count = 5, size_t streams = 3,
+                                     size_t first_stream = 0) {
+  constexpr size_t small = varn::capture_walker::min_window;
+  static varn::capture_walker walkers[5] = {varn::capture_walker(0), varn::capture_walker(small + 4093), varn::capture_walker(300000),
+                                            varn::capture_walker(1 << 20), varn::capture_walker()};
+  static varn::capture_walker stream_walkers[3] = {varn::capture_walker(0, 0), varn::capture_walker(0, small + 4093),
+                                                   varn::capture_walker(0, small + 70001)};
   const walk model = plain_walk(file);
   for (size_t k = 0; k < count; ++k) {
-    varn::capture_walker& w = walkers[k];
-    if (!w.open(path) || (w.read_header() == varn::walk_status::accepted) != model.accepted)
-      return testing::AssertionFailure() << "walker " << k << ": header accepted " << !model.accepted;
-    uint64_t frame = 0;
-    const uint8_t* record = nullptr;
-    if (k % 2 == 1 && model.accepted && !model.aborts) {  // the record loop a run uses
-      size_t i = 0;
-      bool same = true;
-      w.walk([&](uint64_t n, const uint8_t* r) {
-        same = same && i < model.spans.size() && n == i + 1 && std::memcmp(r, model.spans[i].data(), model.spans[i].size()) == 0;
-        ++i;
-      });
-      if (!same || i != model.spans.size()) return testing::AssertionFailure() << "walker " << k << " (walk): records differ";
-      w.close();
-      continue;
-    }
-    for (size_t i = 0; i < model.spans.size(); ++i) {
-      if (!w.next(frame, record) || frame != i + 1) return testing::AssertionFailure() << "walker " << k << ": no frame " << i + 1;
-      if (std::memcmp(record, model.spans[i].data(), model.spans[i].size()) != 0)
-        return testing::AssertionFailure() << "walker " << k << ": frame " << i + 1 << " differs";
-    }
-    if (model.accepted && !model.aborts && w.next(frame, record))
-      return testing::AssertionFailure() << "walker " << k << ": frame " << frame << " after the last one";
-    w.close();
+    const testing::AssertionResult agree = walker_agrees(walkers[k], path, model, k % 2 == 1);
+    walkers[k].close();
+    if (!agree) return testing::AssertionFailure() << "walker " << k << ": " << agree.message();
+  }
+  for (size_t k = first_stream; k < std::min<size_t>(first_stream + streams, 3); ++k) {
+    const pipe_feed feed(file);
+    const testing::AssertionResult agree = walker_agrees(stream_walkers[k], feed.path(), model, k % 2 == 1);
+    stream_walkers[k].close();
+    if (!agree) return testing::AssertionFailure() << "walker " << k << " on a pipe: " << agree.message();
   }
   return testing::AssertionSuccess();
 }
 
-TEST(capture_reader_test, shared_captures_agree_at_every_cut_or_at_sampled_cuts) {
+TEST(capture_reader_test, shared_and_regression_captures_agree_at_every_cut_or_at_sampled_cuts) {
   const varn_test::temp_dir scratch;
   const std::string dir = varn_test::shared_captures_dir(), path = scratch.file("cut.pcap");
   if (dir.empty()) GTEST_SKIP() << "shared captures not present";
+  std::vector<std::filesystem::path> captures;
+  for (const std::string& folder : {dir, std::string(VARN_SOURCE_DIR) + "/tests/regress"})
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+      if (entry.is_regular_file() && entry.path().extension() != ".md") captures.push_back(entry.path());
+  std::sort(captures.begin(), captures.end());
   std::mt19937_64 rng(20240607);
-  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
-    if (!entry.is_regular_file() || entry.path().extension() == ".md") continue;
-    const bytes content = varn_test::read_file(entry.path());
+  for (const std::filesystem::path& capture : captures) {
+    const bytes content = varn_test::read_file(capture);
     const int64_t size = static_cast<int64_t>(content.size());
-    // Small files at every length with one walker; large ones with every walker around the
-    // buffer size, around the headers of a few records and anywhere.
-    std::set<int64_t, std::greater<>> cuts{size, size - 1, 24 + 131072, 24 + 131073};
+    // Every walker around the buffer size, around the headers of a few records and anywhere;
+    // small files also at every length, with two file walkers, and on a pipe (one walker) up
+    // to 1 KiB.
+    std::set<int64_t, std::greater<>> sampled{size, size - 1, 24 + 131072, 24 + 131073}, cuts;
     const std::vector<int64_t> starts = plain_walk(content).offsets;
     for (int i = 0; i < 6 && !starts.empty(); ++i) {
-      for (int64_t d : {-1, 0, 1, 8, 11, 12, 15, 16, 17, 60, 97, 98}) cuts.insert(starts[rng() % starts.size()] + d);
-      cuts.insert(static_cast<int64_t>(rng() % static_cast<uint64_t>(size + 1)));
+      for (int64_t d : {-1, 0, 1, 8, 11, 12, 15, 16, 17, 60, 97, 98}) sampled.insert(starts[rng() % starts.size()] + d);
+      sampled.insert(static_cast<int64_t>(rng() % static_cast<uint64_t>(size + 1)));
     }
     for (int64_t cut = 0; size < 20 * 1024 && cut <= size; ++cut) cuts.insert(cut);
+    cuts.insert(sampled.begin(), sampled.end());
     varn_test::write_file(path, content);
     const int fd = ::open(path.c_str(), O_WRONLY);
     for (int64_t cut : cuts)
       if (cut >= 0 && cut <= size) {
         ASSERT_EQ(::ftruncate(fd, cut), 0);
-        ASSERT_TRUE(walks_agree(path, std::string_view(content).substr(0, static_cast<size_t>(cut)), size < 20 * 1024 ? 2 : 5))
-            << entry.path() << " cut to " << cut;
+        const bool all = sampled.count(cut) > 0;
+        const std::string_view file = std::string_view(content).substr(0, static_cast<size_t>(cut));
+        ASSERT_TRUE(walks_agree(path, file, all && size >= 20 * 1024 ? 5 : 2, all ? 3 : cut < 1024, all ? 0 : cut % 2))
+            << capture << " cut to " << cut;
       }
     ::close(fd);
   }
@@ -137,7 +209,7 @@ TEST(capture_reader_test, hand_made_random_and_damaged_captures_agree) {
   // second file damaged: rewritten incl_len fields and words, flipped bits, a new snaplen, a cut.
   std::mt19937_64 rng(77);
   const uint32_t shapes[][3] = {{96, 700000, 96}, {200, 600000, 200}, {1514, 900000, 1514}, {65535, 700000, 1600},
-                                {65535, 300000, 70000}, {131056, 131096, 131056}, {131070, 131096, 131056}, {262144, 131000, 9000},
+                                {65535, 300000, 70000}, {100000, 1200000, 100000}, {131056, 131096, 131056}, {131070, 131096, 131056}, {262144, 131000, 9000},
                                 {0xFFFFFFFF, 5000, 300}, {0xFFFFFFF0, 3000, 300}, {0, 3000, 0}, {1, 3000, 1}, {12, 9000, 12},
                                 {81, 20000, 81}, {82, 20000, 82}};  // snaplen, size, largest frame
   for (const auto& [snaplen, size, max_frame] : shapes)
@@ -175,17 +247,27 @@ TEST(capture_reader_test, hand_made_random_and_damaged_captures_agree) {
   }
 }
 
-TEST(capture_reader_death_test, read_request_above_the_buffer_aborts) {
+TEST(capture_reader_death_test, read_request_above_the_buffer_aborts_on_a_file_and_on_a_pipe) {
   // 131072 bytes behind the header are read (the shared captures walk that far); one more aborts.
   const varn_test::temp_dir dir;
   const bytes f = varn_test::capture("header snaplen=200000\nraw random 131073");
   varn_test::write_file(dir.file("big.pcap"), f);
   EXPECT_TRUE(plain_walk(f).aborts && !plain_walk(f.substr(0, f.size() - 1)).aborts);
+  const char* message = "fatal assertion failed in read_capture_file: read_size <= record_buffer_size\n"
+                        "the capture's snapshot length \\(200000\\) exceeds the 131056 bytes the classic reader takes; "
+                        "-any_format reads it\n";
   varn::capture_walker w;
   uint64_t frame;
   const uint8_t* record;
   ASSERT_TRUE(w.open(dir.file("big.pcap")) && w.read_header() == varn::walk_status::accepted);
-  EXPECT_DEATH(w.next(frame, record), "fatal assertion failed in read_capture_file: ");
+  EXPECT_DEATH(w.next(frame, record), message);
+  w.close();
+  EXPECT_DEATH(
+      {
+        const pipe_feed feed(f);
+        if (w.open(feed.path()) && w.read_header() == varn::walk_status::accepted) w.next(frame, record);
+      },
+      message);
 }
 
 }  // namespace
