@@ -47,14 +47,20 @@ set(CPACK_DEBIAN_PACKAGE_SECTION "net")
 set(CPACK_DEBIAN_PACKAGE_PRIORITY "optional")
 # The summary makes the first line of the package description, this text the lines below it.
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-    "varn reads classic pcap captures (little-endian, microsecond timestamps),
-keeps the ICMP and ICMPv6 frames carried in Ethernet II, narrows them by
+    "varn reads pcap captures, keeps the ICMP and ICMPv6 frames, narrows them by
 frame number, wire size, capture time, IPv4 or IPv6 addresses (one or both
 directions), a byte pattern with wildcards and ICMP types, codes and
 identifiers, and writes one metadata line per frame: UTC time, addresses,
 TTL, sizes, the MD5 digest of the payload, the ICMP type name and a warning
 when the payload looks random. Headers and payloads can be dumped as a hex
-view, as text, as raw bytes or as the ASCII and UTF-16 strings inside them.")
+view, as text, as raw bytes or as the ASCII and UTF-16 strings inside them.
+.
+By default it reads classic little-endian microsecond pcap of Ethernet
+frames; -any_format adds pcapng, the other pcap variants, Linux cooked, raw
+IP and loopback captures, VLAN tags and IPv6 extension headers. -json writes
+the report as JSON Lines. -summary reports ICMP conversations instead of
+frames: echo pairing, the sender recognised by its payload, and indicators of
+ICMP tunnels and exfiltration.")
 
 # Dependencies from the libraries the program links (dpkg-shlibdeps), or stated by hand where
 # that tool is missing.
