@@ -1,9 +1,9 @@
-// The extension options: looked up after the specified ones, with their rules.
+// The extension options: looked up after every other option, with the same rules.
 #include <gtest/gtest.h>
 
 #include "options/extension_options.hpp"
 
-TEST(extension_options_test, parse_takes_what_the_specified_options_left) {
+TEST(extension_options_test, parse_takes_what_the_other_options_left) {
   struct parse_case {
     varn::arg_list args;
     bool accepted;
