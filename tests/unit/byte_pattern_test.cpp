@@ -14,7 +14,9 @@ std::string elements(const varn::byte_pattern& p) {
   std::string s;
   for (const varn::pattern_element& e : p.elements()) {
     for (uint8_t b : e.literal.bytes()) s += {"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 15]};
-    s += (e.has_literal ? ":" : "-:") + std::to_string(e.skip) + " ";
+    s += e.has_literal ? ":" : "-:";
+    s += std::to_string(e.skip);
+    s += ' ';
   }
   return s.substr(0, s.size() - !s.empty());
 }
