@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Checks what a user installs: builds the Debian package from a configured and built build
-# folder, unpacks it into a scratch root, runs the packaged varn from there, and checks that the
-# manual page renders without warnings and that the bash completion is valid bash.
+# folder, runs lintian on it (any error or warning fails), unpacks it into a scratch root, runs
+# the packaged varn from there, and checks the copyright file, the changelog, that the manual
+# page renders without warnings, that the bash completion completes and that the zsh completion
+# loads and completes (when zsh is installed).
 #
 #   .ci/packaging.sh BUILD_DIR
 #
@@ -32,19 +34,47 @@ echo "made $(basename "$deb")"
 info=$(dpkg-deb --field "$deb" Package Version Maintainer Depends)
 echo "$info"
 grep -qx 'Package: varn' <<<"$info" || fail "package name is not varn"
-grep -q '^Version: 0\.40' <<<"$info" || fail "package version is not 0.40"
+grep -qx 'Version: 0\.40' <<<"$info" || fail "package version is not 0.40"
 grep -qx 'Maintainer: varn developers <varn@example.invalid>' <<<"$info" || fail "maintainer"
 grep -q '^Depends: .*libc6' <<<"$info" || fail "Depends does not name libc6"
+
+echo "== lintian (fails on any error or warning; information tags are shown)"
+if command -v lintian >/dev/null; then
+  # lintian warns on its own when run as root; that line is left out.
+  status=0
+  lintian --fail-on error,warning --display-info --show-overrides "$deb" >"$scratch/lintian.out" 2>&1 || status=$?
+  grep -v '^running with root privileges is not recommended!$' "$scratch/lintian.out" || true
+  [ "$status" -eq 0 ] || fail "lintian reported errors or warnings (status $status)"
+  echo "lintian: no error, no warning"
+else
+  fail "lintian is missing (package lintian)"
+fi
 
 echo "== unpack into a scratch root (dpkg -x)"
 root=$scratch/root
 dpkg -x "$deb" "$root"
-for f in usr/bin/varn usr/share/man/man1/varn.1 usr/share/bash-completion/completions/varn; do
+doc=usr/share/doc/varn
+for f in usr/bin/varn usr/share/man/man1/varn.1.gz usr/share/bash-completion/completions/varn \
+  usr/share/zsh/vendor-completions/_varn $doc/copyright $doc/changelog.gz; do
   [ -f "$root/$f" ] || fail "the package does not install /$f"
 done
-cmp -s "$root/usr/share/man/man1/varn.1" "$repo/varn.1" || fail "packaged varn.1 differs from the checkout"
+zcat "$root/usr/share/man/man1/varn.1.gz" | cmp -s - "$repo/varn.1" || fail "packaged varn.1.gz differs from the checkout"
 cmp -s "$root/usr/share/bash-completion/completions/varn" "$repo/completions/varn" ||
-  fail "packaged completion differs from the checkout"
+  fail "packaged bash completion differs from the checkout"
+cmp -s "$root/usr/share/zsh/vendor-completions/_varn" "$repo/completions/_varn" ||
+  fail "packaged zsh completion differs from the checkout"
+
+echo "== copyright and changelog"
+# The stand-alone licence paragraph of the copyright file (after the second "License:" line)
+# holds LICENSE's text from "Redistribution" to the end.
+awk '/^License: BSD-2-Clause$/ { n++; next } n == 2' "$root/$doc/copyright" | sed 's/^ //; s/^\.$//' |
+  cmp -s - <(sed -n '/^Redistribution/,$p' "$repo/LICENSE") ||
+  fail "the licence in $doc/copyright is not the text of LICENSE"
+grep -qx 'Copyright (c) 2026, the varn developers' "$repo/LICENSE" || fail "LICENSE lacks its copyright line"
+changelog_version=$(zcat "$root/$doc/changelog.gz" | dpkg-parsechangelog -l - -S Version)
+[ "$changelog_version" = "$(dpkg-deb --field "$deb" Version)" ] ||
+  fail "the changelog's version $changelog_version is not the package's"
+echo "copyright holds LICENSE; changelog version $changelog_version"
 
 echo "== run the packaged varn: $root/usr/bin/varn -help"
 status=0
@@ -65,7 +95,7 @@ echo "9 metadata lines"
 
 echo "== manual page: man --warnings -l varn.1"
 if command -v man >/dev/null; then
-  for page in "$repo/varn.1" "$root/usr/share/man/man1/varn.1"; do
+  for page in "$repo/varn.1" "$root/usr/share/man/man1/varn.1.gz"; do
     MANWIDTH=80 man --warnings -l "$page" >"$scratch/man.out" 2>"$scratch/man.err" || {
       cat "$scratch/man.err" >&2
       fail "man could not render $page"
@@ -88,5 +118,21 @@ words=$(bash -c 'source "$1"; COMP_WORDS=(varn -dump_); COMP_CWORD=1; _varn; ech
   _ "$root/usr/share/bash-completion/completions/varn")
 [ "$words" = "-dump_meta -dump_hdr -dump_payload" ] || fail "completion of -dump_ gave: $words"
 echo "completion loads and completes -dump_"
+
+echo "== zsh completion: loaded by compinit from the packaged folder, completing in a pseudo-terminal"
+if command -v zsh >/dev/null; then
+  zsh -n "$repo/completions/_varn" || fail "completions/_varn is not valid zsh"
+  words=$(cd "$scratch" && zsh -f "$repo/.ci/zsh-complete.zsh" "$root/usr/share/zsh/vendor-completions" -dump_ | xargs)
+  [ "$words" = "-dump_hdr -dump_meta -dump_payload" ] || fail "zsh completion of -dump_ gave: $words"
+  words=$(cd "$scratch" && zsh -f "$repo/.ci/zsh-complete.zsh" "$root/usr/share/zsh/vendor-completions" -s | xargs)
+  [ "$words" = "-srcip -srcipv6 -start_time -stop_time -strings -summary" ] ||
+    fail "zsh completion of -s gave: $words"
+  mkdir "$scratch/files" && touch "$scratch/files/a.pcap"
+  words=$(cd "$scratch/files" && zsh -f "$repo/.ci/zsh-complete.zsh" "$root/usr/share/zsh/vendor-completions" "-ifile " | xargs)
+  [ "$words" = "a.pcap" ] || fail "zsh completion after -ifile gave: $words"
+  echo "zsh completion loads and completes -dump_, -s and a file name after -ifile"
+else
+  echo "SKIPPED: zsh is not installed (package zsh); the zsh completion was not checked"
+fi
 
 echo "== packaging checks passed"

@@ -119,7 +119,7 @@ fi
 # ---- Release build.
 
 echo "building Release in $build" >&2
-cmake -S "$repo" -B "$build" -DCMAKE_BUILD_TYPE=Release -DVARN_BUILD_BENCH=ON -DVARN_BUILD_TESTS=OFF >/dev/null
+cmake -S "$repo" -B "$build" -DCMAKE_BUILD_TYPE=Release -DVARN_BUILD_BENCH=ON -DVARN_BUILD_TESTS=OFF -DVARN_WERROR=ON >/dev/null
 targets=(--target varn --target varn_workload)
 [ "$micro" = 1 ] && targets+=(--target varn_micro_bench)
 cmake --build "$build" -j"$(nproc)" "${targets[@]}" >/dev/null

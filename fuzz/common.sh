@@ -25,7 +25,7 @@ fuzz_build() {
     "${sudo[@]}" apt-get update </dev/null >/dev/null || true
     "${sudo[@]}" apt-get install -y "${need[@]}" </dev/null
   fi
-  CC=clang CXX=clang++ cmake -S "$ROOT" -B "$FUZZ_BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVARN_FUZZ=ON \
+  CC=clang CXX=clang++ cmake -S "$ROOT" -B "$FUZZ_BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVARN_FUZZ=ON -DVARN_WERROR=ON \
     -DVARN_BUILD_TESTS=OFF -DVARN_BUILD_BENCH=OFF >/dev/null
   local t targets=()
   for t in "${FUZZ_TARGETS[@]}"; do targets+=(--target "fuzz_$t"); done

@@ -53,8 +53,10 @@ std::string banner_text() {
 
 std::string usage_text(const std::string& program_path) {
   std::string text;
-  text += "open build for Linux: every option is offered and no licence is needed\n";
-  text += "reads classic little-endian microsecond pcap files; the manual is varn(1)\n";
+  // Two information lines: the extension options, which the option lines below do not list,
+  // and where every option is described.
+  text += "extensions: -any_format reads pcapng and more, -json writes JSON Lines\n";
+  text += "and -summary reports ICMP conversations; man varn describes every option\n";
   text += std::string(77, '-') + "\n\n";
   text += banner_text() + "\n\n";
   std::string usage = k_usage_lines;

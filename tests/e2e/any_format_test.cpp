@@ -29,7 +29,10 @@ std::map<unsigned, std::string> metadata_lines(const std::string& report) {
 
 std::string numbers(const std::set<unsigned>& frames) {
   std::string text;
-  for (unsigned n : frames) text += (text.empty() ? "" : " ") + std::to_string(n);
+  for (unsigned n : frames) {
+    if (!text.empty()) text += ' ';
+    text += std::to_string(n);
+  }
   return text;
 }
 

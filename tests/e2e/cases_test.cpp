@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <regex>
 #include <set>
 #include <sys/stat.h>
 
@@ -131,7 +130,9 @@ TEST_P(golden_test, run) {
 }
 
 INSTANTIATE_TEST_SUITE_P(cases, golden_test, testing::ValuesIn(case_names()), [](const auto& info) {
-  return std::regex_replace(info.param, std::regex("-"), "_");
+  std::string name = info.param;
+  std::replace(name.begin(), name.end(), '-', '_');
+  return name;
 });
 
 }  // namespace

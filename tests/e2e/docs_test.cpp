@@ -1,9 +1,8 @@
-// The usage text, the manual page (varn.1), the bash completion (completions/varn) and the
-// README describe the same options.
+// The usage text, the manual page (varn.1), the bash and zsh completions (completions/varn,
+// completions/_varn) and the README describe the same options.
 #include <cstdio>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -21,8 +20,9 @@ const std::string k_source_dir = VARN_SOURCE_DIR;
 // Options the usage text does not list on an option line: the pattern option written in bare
 // hex, the companions of "-pipe", and the help spellings.
 const name_set k_unlisted = {"-find_pattern_h", "-enumdir", "-dateformat", "-h", "-help", "/?", "--help"};
-// Options beyond the classic tool: documented in the manual page (its Extensions subsection), the
-// completion and the README, not in the usage text.
+// Options beyond the classic tool: documented in the manual page's OPTIONS and named in its
+// EXTENSIONS overview, in the completions and the README; the usage text's information lines
+// name the first three, its option lines none.
 const name_set k_extensions = {"-any_format", "-json", "-summary", "-idle_timeout"};
 
 std::string usage_text() {
@@ -48,9 +48,11 @@ name_set usage_synopsis(const std::string& usage) {
   name_set names;
   for (const std::string& line : split_lines(usage)) {
     if (line.rfind(" varn [", 0) != 0) continue;
-    static const std::regex option("-[a-z_]+");
-    for (auto it = std::sregex_iterator(line.begin(), line.end(), option); it != std::sregex_iterator(); ++it)
-      names.insert(it->str());
+    for (size_t at = line.find('-'); at != std::string::npos; at = line.find('-', at)) {
+      const size_t end = line.find_first_not_of("abcdefghijklmnopqrstuvwxyz_", at + 1);
+      names.insert(line.substr(at, end - at));
+      at = end;
+    }
   }
   return names;
 }
@@ -78,10 +80,20 @@ std::vector<std::string> macro_arguments(const std::string& line) {
 }
 
 // Roff text to plain text: "\-" is a minus, font changes are dropped.
-std::string unescape_roff(std::string text) {
-  text = std::regex_replace(text, std::regex(R"(\\f[BIRP])"), "");
-  text = std::regex_replace(text, std::regex(R"(\\-)"), "-");
-  return text;
+std::string unescape_roff(const std::string& text) {
+  std::string plain;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text.compare(i, 2, "\\-") == 0) {
+      plain += '-';
+      ++i;
+    } else if (text.compare(i, 2, "\\f") == 0 && i + 2 < text.size() &&
+               std::string("BIRP").find(text[i + 2]) != std::string::npos) {
+      i += 2;
+    } else {
+      plain += text[i];
+    }
+  }
+  return plain;
 }
 
 // The options documented in varn.1: the tag line after every ".TP" in the OPTIONS section.
@@ -100,7 +112,39 @@ name_set man_page_options(const std::string& page) {
   return names;
 }
 
+// The options that take a value: those whose tag is set with ".BI".
+name_set man_page_value_options(const std::string& page) {
+  name_set names;
+  const std::vector<std::string> lines = split_lines(page);
+  for (size_t i = 0; i + 1 < lines.size(); ++i)
+    if (lines[i] == ".TP" && lines[i + 1].rfind(".BI ", 0) == 0)
+      names.insert(unescape_roff(macro_arguments(lines[i + 1])[0]));
+  return names;
+}
+
 std::string man_page() { return read_file(k_source_dir + "/varn.1"); }
+
+// The text of one ".SH" section of varn.1, roff escapes of minus signs and fonts removed.
+std::string man_page_section(const std::string& page, const std::string& name) {
+  const size_t start = page.find("\n.SH " + name + "\n");
+  if (start == std::string::npos) return "";
+  return unescape_roff(page.substr(start + 1, page.find("\n.SH ", start + 1) - start));
+}
+
+// The zsh completion's option specifications ('-name[description]' or '-name[...]:value...'):
+// every option it offers, and those it completes a value for.
+void zsh_completion_options(name_set& offered, name_set& with_value) {
+  for (const std::string& line : split_lines(read_file(k_source_dir + "/completions/_varn"))) {
+    const size_t open = line.find("'-");
+    if (open == std::string::npos) continue;
+    const size_t bracket = line.find('[', open);
+    const size_t close = line.find(']', bracket);
+    if (bracket == std::string::npos || close == std::string::npos) continue;
+    const std::string name = line.substr(open + 1, bracket - open - 1);
+    offered.insert(name);
+    if (line.compare(close + 1, 1, ":") == 0) with_value.insert(name);
+  }
+}
 
 // Runs a bash snippet with the completion file sourced; returns what it printed.
 std::string with_completion(const std::string& snippet, const std::string& cwd = ".") {
@@ -168,18 +212,44 @@ TEST(docs_test, man_page_documents_exactly_the_usage_options_and_the_unlisted_on
 
 TEST(docs_test, man_page_names_the_version_of_the_banner) {
   const std::string usage = usage_text();
-  std::smatch m;
-  ASSERT_TRUE(std::regex_search(usage, m, std::regex("varn - limited ver: ([0-9.]+);"))) << usage;
-  const std::string version = m[1];
+  const std::string marker = "varn - limited ver: ";
+  const size_t at = usage.find(marker);
+  ASSERT_NE(at, std::string::npos) << usage;
+  const size_t end = usage.find(';', at);
+  ASSERT_NE(end, std::string::npos) << usage;
+  const std::string version = usage.substr(at + marker.size(), end - at - marker.size());
+  ASSERT_FALSE(version.empty());
+  ASSERT_EQ(version.find_first_not_of("0123456789."), std::string::npos) << version;
   const std::string page = man_page();
   EXPECT_NE(page.find("\n.TH VARN 1 "), std::string::npos);
   EXPECT_NE(page.find("\"varn " + version + "\""), std::string::npos) << "the .TH line should carry varn " << version;
 }
 
-TEST(docs_test, completion_offers_every_documented_option_but_the_glob_spelling) {
+// The information lines above the dashes lead to the extensions and to the manual; varn.1 has
+// a section on them.
+TEST(docs_test, usage_information_lines_and_man_page_name_the_extensions) {
+  const std::string usage = usage_text();
+  const size_t dashes = usage.find("\n" + std::string(77, '-') + "\n");
+  ASSERT_NE(dashes, std::string::npos) << usage;
+  const std::string information = usage.substr(0, dashes + 1);
+  EXPECT_EQ(split_lines(information).size(), 2u) << information;
+  for (const std::string name : {"-any_format", "-json", "-summary", "man varn"})
+    EXPECT_NE(information.find(name), std::string::npos) << name << " is not named in:\n" << information;
+  const std::string overview = man_page_section(man_page(), "EXTENSIONS");
+  ASSERT_FALSE(overview.empty()) << "varn.1 has no EXTENSIONS section";
+  for (const std::string& name : k_extensions)
+    EXPECT_NE(overview.find(name), std::string::npos) << "varn.1's EXTENSIONS section does not name " << name;
+}
+
+TEST(docs_test, completions_offer_every_documented_option_but_the_glob_spelling) {
   name_set expected = man_page_options(man_page());
   expected.erase("/?");  // a glob character; not offered
   EXPECT_EQ(join(completions_for("\"\"")), join(expected));
+
+  name_set zsh_offered, zsh_with_value;
+  zsh_completion_options(zsh_offered, zsh_with_value);
+  EXPECT_EQ(join(zsh_offered), join(expected)) << "completions/_varn";
+  EXPECT_EQ(join(zsh_with_value), join(man_page_value_options(man_page()))) << "completions/_varn";
 }
 
 TEST(docs_test, completion_narrows_by_prefix_and_ignores_case) {
@@ -192,6 +262,7 @@ TEST(docs_test, completion_narrows_by_prefix_and_ignores_case) {
       {"-DUMP_H", {"-dump_hdr"}},
       {"-src", {"-srcip", "-srcipv6"}},
       {"-find_pattern", {"-find_pattern", "-find_pattern_h"}},
+      {"-s", {"-srcip", "-srcipv6", "-start_time", "-stop_time", "-strings", "-summary"}},
       {"--", {"--help"}},
       {"-nosuch", {}},
       {"-ifile x.pcap -ascii", {"-ascii"}},
@@ -208,7 +279,7 @@ TEST(docs_test, completion_offers_files_after_ifile_and_ofile_and_directories_af
   EXPECT_EQ(join(completions_for("-OFILE case-1", dir.path())), join({"case-1.pcap"}));
   EXPECT_EQ(join(completions_for("-enumdir case", dir.path())), join({"case-dir"}));
   // Values only the user knows: nothing is offered, neither options nor files.
-  for (const std::string option : {"-frame", "-filter", "-start_time", "-find_pattern_h", "-icmp_id"})
+  for (const std::string option : {"-frame", "-filter", "-start_time", "-find_pattern_h", "-icmp_id", "-idle_timeout"})
     EXPECT_EQ(join(completions_for(option + " \"\"", dir.path())), "") << option;
 }
 

@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <cstdio>
 #include <ctime>
-#include <regex>
 
 #include "support/run_varn.hpp"
 
@@ -94,11 +93,39 @@ bool same_record(const std::string& varn, const std::string& tshark) {
   return varn.compare(0, varn.rfind('|') + 1, tshark, 0, tshark.size() - 1) == 0;
 }
 
+namespace {
+
+// Whether tshark's protocol chain (frame.protocols, "eth:ethertype:ip:icmp:data") reaches an
+// ICMP or ICMPv6 message through the layers varn reads: Ethernet alone, or with ENCAPSULATED
+// also Linux cooked, BSD loopback and raw IP links, 802.1Q and 802.1ad tags and IPv6 extension
+// headers. V6 tells which of the two.
+bool icmp_chain(const std::string& protocols, bool encapsulated, bool& v6) {
+  const std::vector<std::string> p = split(protocols, ":");
+  size_t i = 0;
+  auto at = [&](size_t k, const char* name) { return k < p.size() && p[k] == name; };
+  if ((at(i, "eth") || (encapsulated && at(i, "sll"))) && at(i + 1, "ethertype"))
+    i += 2;
+  else if (!encapsulated)
+    return false;
+  else if (at(i, "null") || at(i, "loop") || at(i, "raw"))
+    ++i;
+  while (encapsulated && (at(i, "vlan") || at(i, "ieee8021ad")) && at(i + 1, "ethertype")) i += 2;
+  if (at(i, "ip")) {
+    v6 = false;
+    return at(i + 1, "icmp");
+  }
+  if (!at(i, "ipv6")) return false;
+  ++i;
+  while (encapsulated && (at(i, "ipv6.hopopts") || at(i, "ipv6.routing") || at(i, "ipv6.dstopts") ||
+                          at(i, "ipv6.fraghdr")))
+    ++i;
+  v6 = true;
+  return at(i, "icmpv6");
+}
+
+}  // namespace
+
 tshark_reading tshark_icmp_frames(const std::string& capture, bool encapsulated) {
-  static const std::regex plain(R"(^eth:ethertype:(ip:icmp|ipv6:icmpv6)(:.*)?$)");
-  static const std::regex any(
-      R"(^(eth:ethertype:|sll:ethertype:|null:|loop:|raw:)?((vlan|ieee8021ad):ethertype:)*)"
-      R"((ip:icmp|ipv6:(ipv6\.(hopopts|routing|dstopts|fraghdr):)*icmpv6)(:.*)?$)");
   const std::string rows = shell_output(
       "tshark -n -o ip.defragment:FALSE -o ipv6.defragment:FALSE -r '" + capture +
       "' -T fields -e frame.number -e frame.time_epoch -e ip.src -e ip.dst -e ip.ttl -e ipv6.src"
@@ -111,9 +138,8 @@ tshark_reading tshark_icmp_frames(const std::string& capture, bool encapsulated)
     const unsigned number = std::stoul(f[0]);
     ++reading.frames;
     reading.interface_of[number] = f[14];
-    std::smatch m;
-    if (!std::regex_match(f[13], m, encapsulated ? any : plain)) continue;
-    const bool v6 = m[encapsulated ? 4 : 1].str().rfind("ipv6", 0) == 0;
+    bool v6 = false;
+    if (!icmp_chain(f[13], encapsulated, v6)) continue;
     auto first = [&](size_t i) { return f[i].substr(0, f[i].find(',')); };  // ICMP errors repeat the quoted fields
     const size_t at = v6 ? 5 : 2, kind = v6 ? 11 : 9;
     const std::string name = f[kind].empty() || f[kind + 1].empty()

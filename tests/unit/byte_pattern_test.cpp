@@ -14,7 +14,9 @@ std::string elements(const varn::byte_pattern& p) {
   std::string s;
   for (const varn::pattern_element& e : p.elements()) {
     for (uint8_t b : e.literal.bytes()) s += {"0123456789abcdef"[b >> 4], "0123456789abcdef"[b & 15]};
-    s += (e.has_literal ? ":" : "-:") + std::to_string(e.skip) + " ";
+    s += e.has_literal ? ":" : "-:";
+    s += std::to_string(e.skip);
+    s += ' ';
   }
   return s.substr(0, s.size() - !s.empty());
 }
@@ -70,7 +72,10 @@ TEST(byte_pattern_test, finds_as_the_step_by_step_search) {
   for (int round = 0; round < 32000; ++round) {
     const unsigned alphabet = 2 + rng() % 3;
     std::string text;
-    for (size_t n = 1 + rng() % 8; n > 0; --n) text += (rng() % 3 == 0 ? " ?" : " " + std::to_string(rng() % alphabet * 17));
+    for (size_t n = 1 + rng() % 8; n > 0; --n) {
+      text += ' ';
+      text += rng() % 3 == 0 ? std::string("?") : std::to_string(rng() % alphabet * 17);
+    }
     varn::byte_pattern p;
     p.build(text, false);
     std::vector<uint8_t> data(rng() % 24);

@@ -103,8 +103,10 @@ TEST(time_test, remembered_second_gives_the_same_texts) {
     zq::format_date_time(zq::time_from_capture_timestamp(seconds, microseconds), date, tod);
     char d[10], t[12];
     const bool ok = texts.format(seconds, microseconds, d, t);
-    EXPECT_EQ(ok ? std::string(d, 10) + " " + std::string(t, 12) : "", date.empty() ? "" : date + " " + tod)
-        << seconds << " " << microseconds;
+    std::string formatted, expected;
+    if (ok) formatted.append(d, 10).append(1, ' ').append(t, 12);
+    if (!date.empty()) expected.append(date).append(1, ' ').append(tod);
+    EXPECT_EQ(formatted, expected) << seconds << " " << microseconds;
   }
 }
 
