@@ -189,13 +189,13 @@ class pcapng_walker {
           go_on = interface_description(b, length, at);
           break;
         case block_enhanced_packet:
-          enhanced_packet(b, length);
+          packet_block(b, length, true);
           break;
         case block_simple_packet:
           simple_packet(b, length);
           break;
         default:
-          obsolete_packet(b, length);
+          packet_block(b, length, false);
           break;
       }
       if (!go_on) return;
@@ -341,22 +341,16 @@ class pcapng_walker {
     }
   }
 
-  void enhanced_packet(const uint8_t* b, uint32_t length) {
+  // Enhanced and obsolete packet blocks share their layout but for the interface id: 32 bits in
+  // the enhanced block, 16 (before a 16-bit drop count) in the obsolete one.
+  void packet_block(const uint8_t* b, uint32_t length, bool enhanced) {
     if (length < packet_min) {
       m_sink.unreadable_packet(frame_sink::packet_problem::damaged_block);
       return;
     }
+    const uint32_t interface_id = enhanced ? m_order.u32(b + 8) : m_order.u16(b + 8);
     const uint64_t ts = static_cast<uint64_t>(m_order.u32(b + 12)) << 32 | m_order.u32(b + 16);
-    packet(m_order.u32(b + 8), b + 28, m_order.u32(b + 20), m_order.u32(b + 24), length - packet_min, ts, true);
-  }
-
-  void obsolete_packet(const uint8_t* b, uint32_t length) {
-    if (length < packet_min) {
-      m_sink.unreadable_packet(frame_sink::packet_problem::damaged_block);
-      return;
-    }
-    const uint64_t ts = static_cast<uint64_t>(m_order.u32(b + 12)) << 32 | m_order.u32(b + 16);
-    packet(m_order.u16(b + 8), b + 28, m_order.u32(b + 20), m_order.u32(b + 24), length - packet_min, ts, true);
+    packet(interface_id, b + 28, m_order.u32(b + 20), m_order.u32(b + 24), length - packet_min, ts, true);
   }
 
   // The captured length is what the block holds, at most the wire length and the snapshot length

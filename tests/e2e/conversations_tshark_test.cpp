@@ -14,28 +14,10 @@
 #include <nlohmann/json.hpp>
 
 #include "e2e/e2e_expect.hpp"
+#include "support/tshark_fields.hpp"
 
 namespace varn_test {
 namespace {
-
-std::string shell_output(const std::string& command) {
-  std::string out;
-  if (FILE* p = ::popen(command.c_str(), "r")) {
-    char buf[65536];
-    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-    ::pclose(p);
-  }
-  return out;
-}
-
-std::vector<std::string> fields(const std::string& line) {
-  std::vector<std::string> f;
-  for (size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
-    end = line.find('\t', start);
-    f.push_back(line.substr(start, end == std::string::npos ? std::string::npos : end - start));
-  }
-  return f;
-}
 
 // A reply frame's pairing: the request's frame number and the round-trip time in milliseconds.
 struct pairing {
@@ -58,7 +40,7 @@ std::vector<std::string> captures() {
 }
 
 TEST(conversations_tshark_test, pairs_echo_replies_as_tshark_does) {
-  if (shell_output("command -v tshark && command -v mergecap").find("mergecap") == std::string::npos)
+  if (!have_programs({"tshark", "mergecap"}))
     GTEST_SKIP() << "tshark not installed";
   const std::vector<std::string> files = captures();
   if (files.empty()) GTEST_SKIP() << "no real captures beside the checkout";
@@ -117,7 +99,7 @@ TEST(conversations_tshark_test, pairs_echo_replies_as_tshark_does) {
   std::vector<unsigned> their_echo_frames(read.size(), 0);
   std::vector<uint64_t> first_frame(read.size(), 0);  // of each capture in the joined file
   for (const std::string& line : split_lines(rows)) {
-    const std::vector<std::string> f = fields(line);
+    const std::vector<std::string> f = split(line, "\t");
     if (f.size() < 8 || f[0].empty() || f[1].empty() || std::stoul(f[0]) >= read.size()) continue;
     const size_t file = std::stoul(f[0]);
     const uint64_t global = std::stoull(f[1]);
