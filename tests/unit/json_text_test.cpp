@@ -44,7 +44,8 @@ TEST(json_text_test, strings_escape_every_byte_and_replace_what_is_not_utf8) {
   // Every byte value alone, and every pair: valid JSON whose value is the input when exact.
   for (int a = 0; a < 256; ++a)
     for (int b = -1; b < 256; ++b) {
-      const std::string input = std::string(1, static_cast<char>(a)) + (b < 0 ? "" : std::string(1, static_cast<char>(b)));
+      std::string input(1, static_cast<char>(a));
+      if (b >= 0) input.push_back(static_cast<char>(b));
       const auto [json, exact] = escaped(input);
       ASSERT_LE(json.size(), varn::json::string_room(input.size()));
       ASSERT_EQ(varn::json::is_utf8(input), exact) << a << " " << b;
