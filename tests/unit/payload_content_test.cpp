@@ -53,10 +53,8 @@ TEST(payload_content_test, finds_tunnel_headers) {
       {"icmptx: IPv6 packet (captured)",
        hex("6000000000083afffe80000000000000b06e093f9c3fba1fff02000000000000000000000000000285006d2a00000000"),
        tunnel_signature::ip_packet},
-      {"IPv4 packet", ipv4_packet(0xd658),
-       tunnel_signature::ip_packet},
-      {"IPv4 header with a wrong checksum", ipv4_packet(0xd659),
-       tunnel_signature::none},
+      {"IPv4 packet", ipv4_packet(0xd658), tunnel_signature::ip_packet},
+      {"IPv4 header with a wrong checksum", ipv4_packet(0xd659), tunnel_signature::none},
       {"text", text("hanging around the harbour, hans said"), tunnel_signature::none},
   };
   for (const row& r : rows)
@@ -82,8 +80,6 @@ TEST(payload_content_test, judges_text_random_and_other_bytes) {
       {"licence text", text("This program is free software: you can redistribute it and/or modify it"), content_kind::text},
       {"base64", text("SUNBZ0lDQWdJQ0FnSUNBZ0lDQWdJQ0FnSUNBZ0lDQWdJQ0FnSUNBZ0lDQWdJQ0FnSUNBZ0lDQWdJQ0Fn"), content_kind::text},
       {"UTF-16 text", utf16, content_kind::text},
-      {"random, 24 bytes", random_bytes(24, 1), content_kind::random},
-      {"random, 56 bytes", random_bytes(56, 2), content_kind::random},
       {"random, 1400 bytes", random_bytes(1400, 3), content_kind::random},
       {"counter: every value, no randomness", counter, content_kind::binary},
       {"mostly zeros", sparse, content_kind::binary},
@@ -100,8 +96,7 @@ TEST(payload_content_test, judges_text_random_and_other_bytes) {
            {"a+b=c/d-", false}, {"+/=", false}, {"path/to file", false}})
     EXPECT_EQ(shows_base64(reinterpret_cast<const uint8_t*>(chunk.data()), static_cast<uint32_t>(chunk.size())), shows)
         << chunk;
-  // Random bytes pass at every judged length, across seeds (the threshold is the expected
-  // entropy less 0.4 bit).
+  // Random bytes pass at every judged length, across seeds.
   int missed = 0;
   for (uint32_t n = k_min_judged_content; n <= 600; n += 7)
     for (unsigned seed = 0; seed < 5; ++seed) missed += judge_content(random_bytes(n, seed * 1000 + n).data(), n) != content_kind::random;
