@@ -23,9 +23,7 @@ struct label_row {
 
 std::string shared_tunnels_dir() {
   const std::string captures = shared_captures_dir();
-  for (const std::string& dir : {captures.empty() ? std::string() : captures + "/../tunnels", std::string("/work/shared/tunnels")})
-    if (!dir.empty() && std::filesystem::exists(dir + "/README.md")) return dir;
-  return {};
+  return !captures.empty() && std::filesystem::exists(captures + "/../tunnels/README.md") ? captures + "/../tunnels" : "";
 }
 
 // The shared catalogue, as its README states it.
@@ -119,12 +117,11 @@ TEST(conversations_eval_test, summary_events_follow_the_schema) {
   temp_dir scratch;
   std::string command = "/usr/bin/python3 '" + std::string(VARN_SOURCE_DIR) + "/tests/support/validate_events.py' '" +
                         std::string(VARN_SOURCE_DIR) + "/schema/varn-events.schema.json'";
-  size_t conversations = 0;
+  size_t conversations = 0;  // files with a conversation
   for (size_t i = 0; i < files.size(); ++i) {
     const run_result r = run_varn({"-ifile", files[i], "-summary", "-json", "-dump_meta", "-idle_timeout", "1"});
     if (r.status != 0) continue;  // a capture this build cannot read
-    for (size_t at = r.out.find("icmp_conversation"); at != std::string::npos; at = r.out.find("icmp_conversation", at + 1))
-      ++conversations;
+    conversations += r.out.find("icmp_conversation") != std::string::npos;
     write_file(scratch.file(std::to_string(i) + ".json"), r.out);
     command += " '" + scratch.file(std::to_string(i) + ".json") + "'";
   }

@@ -1,15 +1,14 @@
-// The conversation analysis over frames built in memory: conversations close after the idle
-// timeout (not before) and are written then, memory follows the live conversations, the
-// direction comes from the message type, and the evidence of a host pair flags every echo
-// conversation between its hosts, and the values that count as its data.
+// The conversation analysis over frames built in memory: idle conversations close (not before
+// the timeout), memory follows the live ones, the message type gives the direction, and a host
+// pair's evidence flags every echo conversation between its hosts.
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 #include <vector>
 
 #include "capture/frame_handler.hpp"
 #include "conversations/conversation_tracker.hpp"
+#include "support/capture_text.hpp"
 
 namespace {
 
@@ -114,9 +113,8 @@ TEST(conversation_tracker_test, memory_follows_live_conversations) {
   EXPECT_EQ(t.tracker.live_conversations(), 0u);
 }
 
-// What counts as data between two hosts, on payloads no labelled capture holds (the senders
-// captured for real are judged by the evaluation test). Frames one a second; "who" lists the
-// conversations to be flagged.
+// What counts as data between two hosts, on payloads no labelled capture holds (the evaluation
+// test judges the senders captured for real). "who": the conversations to be flagged.
 TEST(conversation_tracker_test, distinct_values_count_as_data) {
   struct frame {
     uint8_t from, to, type;
@@ -127,9 +125,7 @@ TEST(conversation_tracker_test, distinct_values_count_as_data) {
   std::vector<frame> prober, chunks = {{1, 2, 8, 0x99, iputils_payload(0)}, {2, 1, 0, 0x99, iputils_payload(0)},
                                        {1, 5, 8, 0x98, iputils_payload(0)}};
   // A prober's two payloads alternate, a new identifier per probe.
-  std::mt19937 g(1);
-  std::vector<uint8_t> random(64);
-  for (auto& x : random) x = static_cast<uint8_t>(g());
+  const std::vector<uint8_t> random = text(varn_test::seeded_bytes(64, 1));
   for (uint16_t i = 0; i < 10; ++i)
     prober.push_back({1, 2, 8, static_cast<uint16_t>(2 * i), text("Some Prober Probing Its Targets")}),
         prober.push_back({1, 2, 8, static_cast<uint16_t>(2 * i + 1), random});

@@ -2,12 +2,12 @@
 // from the published formats) and the content judgement (text, random, other bytes).
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 #include <vector>
 
 #include "conversations/payload_content.hpp"
 #include "conversations/tunnel_signatures.hpp"
+#include "support/capture_text.hpp"
 
 namespace {
 
@@ -27,12 +27,7 @@ std::vector<uint8_t> ipv4_packet(uint16_t checksum) {
   b.resize(84, 0);
   return b;
 }
-std::vector<uint8_t> random_bytes(size_t n, unsigned seed) {
-  std::mt19937 g(seed);
-  std::vector<uint8_t> b(n);
-  for (auto& x : b) x = static_cast<uint8_t>(g());
-  return b;
-}
+std::vector<uint8_t> random_bytes(size_t n, unsigned seed) { return text(varn_test::seeded_bytes(n, seed)); }
 
 TEST(payload_content_test, finds_tunnel_headers) {
   struct row {
