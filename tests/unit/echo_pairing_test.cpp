@@ -38,24 +38,16 @@ TEST(echo_pairing_test, pairs_replies_as_a_table_says) {
   for (const step& s : steps) {
     ++frame;
     if (s.request) {
-      echo_request r;
-      r.frame = frame;
-      r.time_ns = static_cast<int64_t>(frame) * 1000;
-      r.print = s.print;
-      r.captured = r.length = 56;
-      r.sequence = s.sequence;
+      echo_request r{.time_ns = static_cast<int64_t>(frame) * 1000, .frame = frame, .print = s.print, .captured = 56, .length = 56,
+                     .sequence = s.sequence};
       EXPECT_EQ(book.add_request(r), 0u);
       continue;
     }
     const reply_pairing p = book.match_reply(s.sequence, s.print, 56, 56, static_cast<int64_t>(frame) * 1000);
     EXPECT_EQ(static_cast<int>(p.match), static_cast<int>(s.match)) << "frame " << frame;
     EXPECT_EQ(static_cast<int>(p.echo), static_cast<int>(s.echo)) << "frame " << frame;
-    if (s.answers != 0) {
-      EXPECT_EQ(p.request.frame, s.answers) << "frame " << frame;
-    }
-    if (s.match == reply_match::answered) {
-      EXPECT_EQ(p.rtt_ns, static_cast<int64_t>(frame - s.answers) * 1000);
-    }
+    if (s.answers != 0) { EXPECT_EQ(p.request.frame, s.answers) << "frame " << frame; }
+    if (s.match == reply_match::answered) { EXPECT_EQ(p.rtt_ns, static_cast<int64_t>(frame - s.answers) * 1000); }
   }
   EXPECT_EQ(book.close(), 1u);  // sequence 2
 }
@@ -74,10 +66,7 @@ TEST(echo_pairing_test, stays_bounded_and_counts_what_it_drops) {
 }
 
 TEST(echo_pairing_test, payloads_cut_differently_cannot_be_compared) {
-  echo_request r;
-  r.print = 5;
-  r.captured = 40;
-  r.length = 1000;
+  const echo_request r{.print = 5, .captured = 40, .length = 1000};
   EXPECT_EQ(compare_echo(r, 5, 40, 1000), echo_check::echoed);
   EXPECT_EQ(compare_echo(r, 6, 60, 1000), echo_check::unknown);
   EXPECT_EQ(compare_echo(r, 6, 40, 999), echo_check::differs);
