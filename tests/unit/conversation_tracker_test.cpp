@@ -137,10 +137,51 @@ TEST(conversation_tracker_test, distinct_values_count_as_data) {
     const std::vector<uint8_t> p = text(lorem.substr(chunk * 20u, 20));
     chunks.push_back({1, 2, 8, chunk, p}), chunks.push_back({2, 1, 0, chunk, p});
   }
-  for (const auto& [frames, who] : {std::pair{prober, ""}, std::pair{chunks, "1>2"}}) {
+  // The senders below also stand in captures outside the repository; these rows keep their
+  // rules under test where those captures are absent.
+  const auto pattern = [](uint32_t second, const std::vector<uint8_t>& pat) {  // iputils -p
+    std::vector<uint8_t> p = iputils_payload(second);
+    for (size_t i = 16; i < p.size(); ++i) p[i] = pat[i % pat.size()];
+    return p;
+  };
+  std::vector<frame> scanner, line_test, mtr, stamps, ping_p, base64, stamp_text;
+  // A scanner's random filler, new per run, to two targets (echo, timestamp, mask).
+  for (uint16_t run = 0; run < 4; ++run)
+    for (uint8_t to : {2, 3}) {
+      const std::vector<uint8_t> filler = text(varn_test::seeded_bytes(24, run));
+      std::vector<uint8_t> stamp(12, 0), mask(4, 0);
+      stamp.insert(stamp.end(), filler.begin(), filler.end());
+      mask.insert(mask.end(), filler.begin(), filler.end());
+      scanner.push_back({1, to, 8, static_cast<uint16_t>(run * 8 + to), filler});
+      scanner.push_back({1, to, 13, static_cast<uint16_t>(run * 8 + to + 2), stamp});
+      scanner.push_back({1, to, 17, static_cast<uint16_t>(run * 8 + to + 4), mask});
+    }
+  // A line test: ten ping -p patterns, five requests each.
+  for (uint16_t i = 0; i < 10; ++i)
+    for (uint32_t k = 0; k < 5; ++k) line_test.push_back({1, 2, 8, i, pattern(k, {static_cast<uint8_t>(0x11 * i + 1)})});
+  // A fill byte drawn anew each round in one conversation (mtr -B above 255).
+  for (uint32_t k = 0; k < 20; ++k) mtr.push_back({1, 2, 8, 7, std::vector<uint8_t>(36, static_cast<uint8_t>(0x30 + k / 2))});
+  // Timestamp requests of a sender: its time, two zeros.
+  for (uint8_t k = 0; k < 10; ++k) stamps.push_back({1, 2, 13, 9, {0x04, 0x72, 0xfa, k, 0, 0, 0, 0, 0, 0, 0, 0}});
+  // ping -c 1 -p, one process per 16-byte chunk of text.
+  for (uint16_t i = 0; i < 3; ++i)
+    ping_p.push_back({1, 2, 8, i, pattern(i, text("AKIAIOSFODNN7EX" + std::string(1, static_cast<char>('A' + i))))});
+  // Base64 chunks, a new identifier each, most of them letters and digits only.
+  for (const char* chunk : {"D0kCasAaemlJoRpBGEMC", "0jfDBzAlojudIELJAPLr", "yDW+o3auTbFsupTgdjY4", "R8/+7Q=="})
+    base64.push_back({1, 2, 8, static_cast<uint16_t>(base64.size()), text(chunk)});
+  // Text in the fields of timestamp requests.
+  const std::string secret = "db_host=10.20.30.40\ndb_user=payroll_admin\ndb_pass=hunter2!";
+  for (size_t at = 0; at + 12 <= secret.size(); at += 12) stamp_text.push_back({1, 2, 13, 9, text(secret.substr(at, 12))});
+  for (const auto& [frames, who] :
+       {std::pair{prober, ""}, std::pair{chunks, "1>2"}, std::pair{scanner, ""}, std::pair{line_test, ""}, std::pair{mtr, ""},
+        std::pair{stamps, ""}, std::pair{ping_p, "1>2"}, std::pair{base64, "1>2"}, std::pair{stamp_text, "1>2"}}) {
     feeder t(60 * k_second);
     int64_t at = 0;
-    for (const frame& f : frames) t.add(at += k_second, frame4(f.from, f.to, f.type, f.id, 1, f.payload));
+    uint16_t seq = 0;
+    for (const frame& f : frames) {
+      if (f.type != 0) ++seq;  // a reply answers the request before it
+      t.add(at += k_second, frame4(f.from, f.to, f.type, f.id, seq, f.payload));
+    }
     t.tracker.finish();
     ASSERT_FALSE(t.sink.rows.empty());
     for (const auto& c : t.sink.rows) EXPECT_EQ(c.flagged, c.who == who) << c.who << " id " << c.id;
