@@ -17,7 +17,7 @@ namespace {
 
 const std::string k_formats_dir = std::string(VARN_SOURCE_DIR) + "/tests/formats";
 
-std::string quoted(const std::string& path) { return "'" + path + "'"; }
+std::string quoted(const std::string& path) { return std::string("'").append(path).append("'"); }
 
 // The capture files of DIR, sorted.
 std::vector<std::string> captures_in(const std::string& dir) {
@@ -115,13 +115,13 @@ TEST(any_format_test, editcap_conversions_of_the_shared_captures_report_what_the
       std::string removed, added;
       for (const auto& [frame, line] : want)
         if (const auto it = got.find(frame); it == got.end()) {
-          removed += (removed.empty() ? "" : " ") + std::to_string(frame);
+          removed.append(removed.empty() ? "" : " ").append(std::to_string(frame));
         } else {
           EXPECT_EQ(it->second, line) << "frame " << frame;
           ++lines_compared;
           got.erase(it);
         }
-      for (const auto& [frame, line] : got) added += (added.empty() ? "" : " ") + std::to_string(frame);
+      for (const auto& [frame, line] : got) added.append(added.empty() ? "" : " ").append(std::to_string(frame));
       EXPECT_EQ(removed, d.removed);
       EXPECT_EQ(added, d.added);
       const std::string skipped = "too short for their headers" + (d.too_short > 0 ? " (" + std::to_string(d.too_short) + ")" : "");
@@ -274,9 +274,10 @@ TEST(any_format_test, shared_captures_joined_as_pcapng_agree_with_tshark) {
   if (!have_programs({"tshark", "mergecap"})) GTEST_SKIP() << "tshark and mergecap (Debian tshark) are not installed";
   const std::vector<std::string> captures = captures_in(dir);
   temp_dir scratch;
-  std::string merge = "mergecap -I none -a -F pcapng -w " + quoted(scratch.file("joined.pcapng"));
-  for (const std::string& capture : captures) merge += " " + quoted(capture);
-  shell_output(merge + " 2>/dev/null");
+  std::string merge = "mergecap -I none -a -F pcapng -w ";
+  merge.append(quoted(scratch.file("joined.pcapng")));
+  for (const std::string& capture : captures) merge.append(" ").append(quoted(capture));
+  shell_output(merge.append(" 2>/dev/null"));
   // Frame numbers within each capture (interface i is the i-th capture).
   const tshark_reading tshark = tshark_icmp_frames(scratch.file("joined.pcapng"), true);
   std::map<unsigned, std::string> where;

@@ -54,8 +54,8 @@ std::vector<text_frame> text_frames(const std::string& report) {
       if (!frames.empty() && !line.empty()) frames.back().dump.push_back(line);
     } else if (trim(c[0]).find_first_not_of("0123456789") == std::string::npos) {
       std::string record = file;
-      for (size_t i = 0; i < 10; ++i) record += "|" + (i == 4 || i == 5 ? canonical(trim(c[i])) : trim(c[i]));
-      for (size_t i = 10; i < c.size(); ++i) record += (i == 10 ? "|" : " , ") + c[i];  // the comments, whatever they hold
+      for (size_t i = 0; i < 10; ++i) record.append("|").append(i == 4 || i == 5 ? canonical(trim(c[i])) : trim(c[i]));
+      for (size_t i = 10; i < c.size(); ++i) record.append(i == 10 ? "|" : " , ").append(c[i]);  // the comments, whatever they hold
       frames.push_back({record, {}});
     }
   }
